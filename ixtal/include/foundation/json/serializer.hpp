@@ -1,0 +1,37 @@
+#pragma once
+
+// Writes a Value tree as JSON text. Compact output has no white space at
+// all; pretty output puts each member and element on its own line, indented
+// by two blanks per level, with no white space before the first or after the
+// last byte. Numbers are written in the shortest text that reads back to the
+// same value. NaN and infinity have no JSON form: meeting one throws
+// std::domain_error.
+
+#include <iosfwd>
+#include <string>
+
+#include "foundation/json/value.hpp"
+#include "ixtal/export.hpp"
+
+namespace foundation::json {
+
+class IXTAL_API Serializer {
+ public:
+  Serializer() = default;
+  void pretty_print(bool on) noexcept { pretty_ = on; }
+  bool pretty_print() const noexcept { return pretty_; }
+
+  void write(std::ostream& os, const Value& v) const;
+  // Appends the text to out; the fast path used by write().
+  void write(std::string& out, const Value& v) const;
+  std::string to_string(const Value& v) const {
+    std::string s;
+    write(s, v);
+    return s;
+  }
+
+ private:
+  bool pretty_ = false;
+};
+
+}  // namespace foundation::json

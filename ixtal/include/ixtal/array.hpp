@@ -1,0 +1,160 @@
+#pragma once
+
+// The host array model. Every value the host hands a builtin, and every
+// value a builtin hands back, is an ixArray: a class, at least two
+// dimensions, and elements stored first dimension fastest. Complex data are
+// interleaved (re, im) pairs. Arrays are created, read and destroyed only
+// through the functions below.
+//
+// Creation raises the host's out-of-memory error
+// (foundation::core::except::bad_alloc) when the element count overflows 64
+// bits or memory cannot be had; it never returns null.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixtal/export.hpp"
+
+enum ixClassID : int {
+  ixUNKNOWN_CLASS = 0,
+  ixCELL_CLASS = 1,
+  ixSTRUCT_CLASS = 2,
+  ixLOGICAL_CLASS = 3,
+  ixCHAR_CLASS = 4,
+  ixVOID_CLASS = 5,
+  ixDOUBLE_CLASS = 6,
+  ixSINGLE_CLASS = 7,
+  ixINT8_CLASS = 8,
+  ixUINT8_CLASS = 9,
+  ixINT16_CLASS = 10,
+  ixUINT16_CLASS = 11,
+  ixINT32_CLASS = 12,
+  ixUINT32_CLASS = 13,
+  ixINT64_CLASS = 14,
+  ixUINT64_CLASS = 15,
+  ixFUNCTION_CLASS = 16,
+  ixOPAQUE_CLASS = 17,
+  ixOBJECT_CLASS = 18,
+};
+
+enum ixComplexity : int { ixREAL = 0, ixCOMPLEX = 1 };
+
+using ixSize = std::uint64_t;
+using ixChar = char16_t;
+using ixLogical = bool;
+
+struct ixArray_tag;
+using ixArray = ixArray_tag;
+
+// The array record. Its members are the runtime's; builtins use the
+// functions below.
+struct IXTAL_API ixArray_tag {
+  ixClassID class_id = ixUNKNOWN_CLASS;
+  bool complex = false;
+  bool sparse = false;
+  int scope = 0;
+  std::vector<ixSize> dims;          // at least two entries
+  ixSize numel = 0;                  // product of dims
+  void* data = nullptr;              // numeric, logical, char: numel elements (pairs if complex)
+  std::vector<ixArray*> elements;    // cell: numel; struct: numel * fields.size(), element-major
+  std::vector<std::string> fields;   // struct field names in field-number order
+  std::vector<std::u16string> texts; // string arrays: numel texts
+  std::vector<bool> missing;         // string arrays: which elements are missing
+  std::string class_name;            // function handles, opaque and class objects
+  std::vector<std::uint64_t> sparse_rows, sparse_cols;  // sparse: row index and column start per entry
+
+  // This host always holds full dimension vectors; kept for callers written
+  // for hosts that complete lazily.
+  void _complete_opaque_dimensions() const noexcept {}
+};
+
+extern "C++" {
+
+// --- creation --------------------------------------------------------------
+IXTAL_API ixArray* ixCreateNumericArray(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx);
+// As ixCreateNumericArray, but the data are left uninitialised: for callers
+// that write every element.
+IXTAL_API ixArray* ixCreateUninitNumericArray(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx);
+IXTAL_API ixArray* ixCreateNumericMatrix(ixSize m, ixSize n, ixClassID cls, ixComplexity cx);
+IXTAL_API ixArray* ixCreateDoubleMatrix(ixSize m, ixSize n, ixComplexity cx);
+IXTAL_API ixArray* ixCreateDoubleScalar(double value);
+IXTAL_API ixArray* ixCreateLogicalArray(std::size_t ndim, const ixSize* dims);
+IXTAL_API ixArray* ixCreateLogicalScalar(bool value);
+IXTAL_API ixArray* ixCreateCharArray(std::size_t ndim, const ixSize* dims);
+// A 1-by-N char row of the UTF-16 form of a NUL-terminated UTF-8 text;
+// 0-by-0 for the empty text.
+IXTAL_API ixArray* ixCreateString(const char* utf8);
+// The same from UTF-16 code units.
+IXTAL_API ixArray* ixCreateStringFromUtf16(std::u16string_view text);
+IXTAL_API ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims);
+IXTAL_API ixArray* ixCreateCellMatrix(ixSize m, ixSize n);
+// Any text is a field name, the empty one included; a repeated name raises
+// std::invalid_argument.
+IXTAL_API ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const std::string* names);
+IXTAL_API ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names);
+IXTAL_API ixArray* ixCreateStructMatrix(ixSize m, ixSize n, int nfields, const char** names);
+// Host string array (class "string"); every element starts as "".
+IXTAL_API ixArray* ixCreateStringArray(std::size_t ndim, const ixSize* dims);
+// A sparse double or logical m-by-n matrix with no stored entries.
+IXTAL_API ixArray* ixCreateSparse(ixSize m, ixSize n, ixClassID cls, ixComplexity cx);
+IXTAL_API ixArray* ixCreateFunctionHandle(const char* function_name);
+IXTAL_API ixArray* ixCreateClassObject(const char* class_name);
+IXTAL_API ixArray* ixCreateOpaque(const char* class_name);
+IXTAL_API ixArray* ixDuplicateArray(const ixArray* a);
+// Destroys the array and everything it holds; null is ignored.
+IXTAL_API void ixDestroyArray(ixArray* a) noexcept;
+
+// --- class and shape -------------------------------------------------------
+IXTAL_API ixClassID ixGetClassID(const ixArray* a) noexcept;
+// "double", "int8", "cell", "function_handle", ...; the class name of an
+// object or opaque array; "unknown" for an unknown class ID.
+IXTAL_API const char* ixGetClassName(const ixArray* a) noexcept;
+IXTAL_API const char* ixClassNameOf(ixClassID cls) noexcept;
+IXTAL_API bool ixIsComplex(const ixArray* a) noexcept;
+IXTAL_API bool ixIsSparse(const ixArray* a) noexcept;
+IXTAL_API bool ixIsNumeric(const ixArray* a) noexcept;
+IXTAL_API bool ixIsLogicalScalar(const ixArray* a) noexcept;
+IXTAL_API bool ixIsLogicalScalarTrue(const ixArray* a) noexcept;
+IXTAL_API std::size_t ixGetNumberOfDimensions(const ixArray* a) noexcept;
+IXTAL_API const ixSize* ixGetDimensions(const ixArray* a) noexcept;
+IXTAL_API ixSize ixGetM(const ixArray* a) noexcept;
+IXTAL_API ixSize ixGetN(const ixArray* a) noexcept;
+IXTAL_API ixSize ixGetNumberOfElements(const ixArray* a) noexcept;
+IXTAL_API bool ixIsEmpty(const ixArray* a) noexcept;
+// Size in bytes of one element (one part of a complex element).
+IXTAL_API std::size_t ixGetElementSize(const ixArray* a) noexcept;
+// Reshapes without touching the data; the element count must stay the same
+// (std::invalid_argument otherwise). Fewer than two entries are padded with 1.
+IXTAL_API void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim);
+
+// --- data ------------------------------------------------------------------
+// Numeric, logical and char data; complex data as interleaved pairs.
+IXTAL_API void* ixGetData(const ixArray* a) noexcept;
+
+// --- cells and structures --------------------------------------------------
+// Null for an unset element.
+IXTAL_API ixArray* ixGetCell(const ixArray* cell, ixSize index);
+// The cell takes ownership of value and destroys what it held before.
+IXTAL_API void ixSetCell(ixArray* cell, ixSize index, ixArray* value);
+IXTAL_API int ixGetNumberOfFields(const ixArray* s) noexcept;
+IXTAL_API const std::string& ixGetFieldName(const ixArray* s, int field);
+// -1 when the structure has no such field.
+IXTAL_API int ixGetFieldNumber(const ixArray* s, std::string_view name) noexcept;
+IXTAL_API ixArray* ixGetFieldByNumber(const ixArray* s, ixSize index, int field);
+IXTAL_API void ixSetFieldByNumber(ixArray* s, ixSize index, int field, ixArray* value);
+// Appends a field (unset in every element) and returns its number.
+IXTAL_API int ixAddField(ixArray* s, std::string_view name);
+
+// --- scope -----------------------------------------------------------------
+IXTAL_API void ixSetArrayScope(ixArray* a, int code) noexcept;
+IXTAL_API int ixGetArrayScope(const ixArray* a) noexcept;
+
+// --- comparison ------------------------------------------------------------
+// Same class, size, complexity, sparsity and contents, recursively; NaN
+// equals NaN whatever its payload, and +0 differs from -0.
+IXTAL_API bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept;
+
+}  // extern "C++"

@@ -1,0 +1,26 @@
+#pragma once
+
+// Hooks for tests: counting live arrays, and making array creation fail.
+// Both are off the normal path: counting is a relaxed atomic add, and the
+// failure hook costs one relaxed load while it is off.
+
+#include <cstdint>
+
+#include "ixtal/array.hpp"
+#include "ixtal/export.hpp"
+
+namespace ixtal::testing {
+
+// Arrays created and not yet destroyed, process-wide.
+IXTAL_API std::int64_t live_arrays() noexcept;
+
+// After n more successful creations, every array creation raises the host's
+// out-of-memory error until the hook is reset with a negative n (the
+// default: off).
+IXTAL_API void fail_allocations_after(std::int64_t n) noexcept;
+
+// An array whose class ID is any number, valid or not, for testing how
+// builtins treat classes they do not know.
+IXTAL_API ixArray* make_array_with_class_id(int class_id);
+
+}  // namespace ixtal::testing

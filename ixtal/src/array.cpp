@@ -1,0 +1,518 @@
+#include "ixtal/array.hpp"
+
+#include <atomic>
+#include <boost/throw_exception.hpp>
+#include <cmath>
+#include <complex>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "ixtal/errors.hpp"
+#include "ixtal/matrix.hpp"
+#include "ixtal/string_array.hpp"
+#include "ixtal/testing.hpp"
+#include "ixtal/text.hpp"
+
+namespace {
+
+std::atomic<std::int64_t> g_live{0};
+std::atomic<std::int64_t> g_fail_after{-1};
+
+// No single array may claim more than this many bytes: far beyond any real
+// machine, and small enough that size arithmetic below cannot overflow.
+constexpr ixSize kMaxArrayBytes = ixSize(1) << 48;
+
+[[noreturn]] void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
+
+void count_creation() {
+  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
+  while (left >= 0) {
+    if (left == 0) out_of_memory();
+    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
+  }
+}
+
+std::size_t element_size(ixClassID cls) noexcept {
+  switch (cls) {
+    case ixLOGICAL_CLASS: case ixINT8_CLASS: case ixUINT8_CLASS: return 1;
+    case ixCHAR_CLASS: case ixINT16_CLASS: case ixUINT16_CLASS: return 2;
+    case ixSINGLE_CLASS: case ixINT32_CLASS: case ixUINT32_CLASS: return 4;
+    case ixDOUBLE_CLASS: case ixINT64_CLASS: case ixUINT64_CLASS: return 8;
+    default: return 0;
+  }
+}
+
+bool is_numeric_class(ixClassID cls) noexcept { return cls >= ixDOUBLE_CLASS && cls <= ixUINT64_CLASS; }
+
+// Normalises a dimension list the way the host shows arrays: at least two
+// entries, no trailing singleton beyond the second. Raises out-of-memory when
+// the element count overflows 64 bits.
+void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
+  a->dims.assign(dims, dims + ndim);
+  while (a->dims.size() > 2 && a->dims.back() == 1) a->dims.pop_back();
+  while (a->dims.size() < 2) a->dims.push_back(a->dims.empty() ? 0 : 1);
+  ixSize n = 1;
+  bool zero = false;
+  for (ixSize d : a->dims) {
+    if (d == 0) zero = true;
+    else if (__builtin_mul_overflow(n, d, &n)) n = ~ixSize(0);  // saturate; fails below unless empty
+  }
+  if (zero) n = 0;
+  if (n == ~ixSize(0)) out_of_memory();
+  a->numel = n;
+}
+
+struct new_array {
+  ixArray* a;
+  new_array() {
+    count_creation();
+    a = new ixArray;
+    g_live.fetch_add(1, std::memory_order_relaxed);
+  }
+  ~new_array() { ixDestroyArray(a); }
+  ixArray* release() { return std::exchange(a, nullptr); }
+};
+
+void allocate_data(ixArray* a, bool zeroed) {
+  const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
+  if (a->numel == 0) return;
+  if (a->numel > kMaxArrayBytes / elem) out_of_memory();
+  const std::size_t bytes = a->numel * elem;
+  a->data = zeroed ? std::calloc(a->numel, elem) : std::malloc(bytes);
+  if (!a->data) out_of_memory();
+}
+
+ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx, bool zeroed) {
+  if (!is_numeric_class(cls) && cls != ixLOGICAL_CLASS && cls != ixCHAR_CLASS)
+    throw std::invalid_argument("array creation: not a numeric, logical or char class");
+  if (cx == ixCOMPLEX && !is_numeric_class(cls))
+    throw std::invalid_argument("array creation: only numeric classes can be complex");
+  new_array n;
+  n.a->class_id = cls;
+  n.a->complex = cx == ixCOMPLEX;
+  set_shape(n.a, ndim, dims);
+  allocate_data(n.a, zeroed);
+  return n.release();
+}
+
+ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std::size_t per_element) {
+  new_array n;
+  n.a->class_id = cls;
+  set_shape(n.a, ndim, dims);
+  if (per_element && n.a->numel > kMaxArrayBytes / sizeof(ixArray*) / per_element) out_of_memory();
+  try {
+    n.a->elements.assign(n.a->numel * per_element, nullptr);
+  } catch (const std::bad_alloc&) {
+    out_of_memory();
+  }
+  return n.release();
+}
+
+ixArray* make_named(ixClassID cls, const char* name) {
+  new_array n;
+  n.a->class_id = cls;
+  n.a->class_name = name ? name : "";
+  const ixSize one[2] = {1, 1};
+  set_shape(n.a, 2, one);
+  return n.release();
+}
+
+void check_index(const ixArray* a, ixSize index, const char* what) {
+  if (index >= a->numel) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
+}
+
+const ixArray* as_struct(const ixArray* s) {
+  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
+  return s;
+}
+
+}  // namespace
+
+// --- creation ----------------------------------------------------------------
+
+ixArray* ixCreateNumericArray(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx) {
+  return make_full(ndim, dims, cls, cx, true);
+}
+ixArray* ixCreateUninitNumericArray(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx) {
+  return make_full(ndim, dims, cls, cx, false);
+}
+ixArray* ixCreateNumericMatrix(ixSize m, ixSize n, ixClassID cls, ixComplexity cx) {
+  const ixSize dims[2] = {m, n};
+  return make_full(2, dims, cls, cx, true);
+}
+ixArray* ixCreateDoubleMatrix(ixSize m, ixSize n, ixComplexity cx) {
+  return ixCreateNumericMatrix(m, n, ixDOUBLE_CLASS, cx);
+}
+ixArray* ixCreateDoubleScalar(double value) {
+  ixArray* a = ixCreateDoubleMatrix(1, 1, ixREAL);
+  *static_cast<double*>(a->data) = value;
+  return a;
+}
+ixArray* ixCreateLogicalArray(std::size_t ndim, const ixSize* dims) {
+  return make_full(ndim, dims, ixLOGICAL_CLASS, ixREAL, true);
+}
+ixArray* ixCreateLogicalScalar(bool value) {
+  const ixSize dims[2] = {1, 1};
+  ixArray* a = ixCreateLogicalArray(2, dims);
+  *static_cast<bool*>(a->data) = value;
+  return a;
+}
+ixArray* ixCreateCharArray(std::size_t ndim, const ixSize* dims) {
+  return make_full(ndim, dims, ixCHAR_CLASS, ixREAL, true);
+}
+ixArray* ixCreateStringFromUtf16(std::u16string_view text) {
+  const ixSize dims[2] = {ixSize(text.empty() ? 0 : 1), text.size()};
+  ixArray* a = make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
+  if (!text.empty()) std::memcpy(a->data, text.data(), text.size() * sizeof(char16_t));
+  return a;
+}
+ixArray* ixCreateString(const char* utf8) {
+  const std::size_t n = std::strlen(utf8);
+  fl::i18n::codecvt_string_to_ustring cvt("UTF-8");
+  const std::size_t units = cvt.measure(utf8, n);
+  const ixSize dims[2] = {ixSize(units == 0 ? 0 : 1), units};
+  ixArray* a = make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
+  if (units) cvt.convert_into(utf8, n, static_cast<char16_t*>(a->data));
+  return a;
+}
+ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims) { return make_container(ndim, dims, ixCELL_CLASS, 1); }
+ixArray* ixCreateCellMatrix(ixSize m, ixSize n) {
+  const ixSize dims[2] = {m, n};
+  return ixCreateCellArray(2, dims);
+}
+ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const std::string* names) {
+  if (nfields < 0) throw std::invalid_argument("structure creation: negative field count");
+  for (int i = 0; i < nfields; ++i)
+    for (int j = 0; j < i; ++j)
+      if (names[i] == names[j]) throw std::invalid_argument("structure creation: repeated field name \"" + names[i] + "\"");
+  ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
+  matrix::owned_array guard(a);
+  a->fields.assign(names, names + nfields);
+  return guard.release();
+}
+ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names) {
+  std::vector<std::string> v(names, names + (nfields > 0 ? nfields : 0));
+  return ixCreateStructArray(ndim, dims, nfields, v.data());
+}
+ixArray* ixCreateStructMatrix(ixSize m, ixSize n, int nfields, const char** names) {
+  const ixSize dims[2] = {m, n};
+  return ixCreateStructArray(2, dims, nfields, names);
+}
+ixArray* ixCreateStringArray(std::size_t ndim, const ixSize* dims) {
+  new_array n;
+  n.a->class_id = ixOBJECT_CLASS;
+  n.a->class_name = "string";
+  set_shape(n.a, ndim, dims);
+  if (n.a->numel > kMaxArrayBytes / sizeof(std::u16string)) out_of_memory();
+  n.a->texts.resize(n.a->numel);
+  n.a->missing.assign(n.a->numel, false);
+  return n.release();
+}
+ixArray* ixCreateSparse(ixSize m, ixSize n, ixClassID cls, ixComplexity cx) {
+  if (cls != ixDOUBLE_CLASS && cls != ixLOGICAL_CLASS)
+    throw std::invalid_argument("sparse arrays are double or logical");
+  new_array a;
+  a.a->class_id = cls;
+  a.a->complex = cx == ixCOMPLEX;
+  a.a->sparse = true;
+  const ixSize dims[2] = {m, n};
+  set_shape(a.a, 2, dims);
+  a.a->sparse_cols.assign(n + 1, 0);
+  return a.release();
+}
+ixArray* ixCreateFunctionHandle(const char* function_name) { return make_named(ixFUNCTION_CLASS, function_name); }
+ixArray* ixCreateClassObject(const char* class_name) { return make_named(ixOBJECT_CLASS, class_name); }
+ixArray* ixCreateOpaque(const char* class_name) { return make_named(ixOPAQUE_CLASS, class_name); }
+
+ixArray* ixDuplicateArray(const ixArray* a) {
+  if (!a) return nullptr;
+  new_array n;
+  ixArray* d = n.a;
+  d->class_id = a->class_id;
+  d->complex = a->complex;
+  d->sparse = a->sparse;
+  d->dims = a->dims;
+  d->numel = a->numel;
+  d->fields = a->fields;
+  d->texts = a->texts;
+  d->missing = a->missing;
+  d->class_name = a->class_name;
+  d->sparse_rows = a->sparse_rows;
+  d->sparse_cols = a->sparse_cols;
+  const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
+  const std::size_t count = a->sparse ? a->sparse_rows.size() : a->numel;
+  if (a->data && count) {
+    d->data = std::malloc(count * elem);
+    if (!d->data) out_of_memory();
+    std::memcpy(d->data, a->data, count * elem);
+  }
+  d->elements.assign(a->elements.size(), nullptr);
+  for (std::size_t i = 0; i < a->elements.size(); ++i) d->elements[i] = ixDuplicateArray(a->elements[i]);
+  return n.release();
+}
+
+void ixDestroyArray(ixArray* a) noexcept {
+  if (!a) return;
+  for (ixArray* e : a->elements) ixDestroyArray(e);
+  std::free(a->data);
+  delete a;
+  g_live.fetch_sub(1, std::memory_order_relaxed);
+}
+
+// --- class and shape ---------------------------------------------------------
+
+ixClassID ixGetClassID(const ixArray* a) noexcept { return a->class_id; }
+
+const char* ixClassNameOf(ixClassID cls) noexcept {
+  switch (cls) {
+    case ixCELL_CLASS: return "cell";
+    case ixSTRUCT_CLASS: return "struct";
+    case ixLOGICAL_CLASS: return "logical";
+    case ixCHAR_CLASS: return "char";
+    case ixVOID_CLASS: return "void";
+    case ixDOUBLE_CLASS: return "double";
+    case ixSINGLE_CLASS: return "single";
+    case ixINT8_CLASS: return "int8";
+    case ixUINT8_CLASS: return "uint8";
+    case ixINT16_CLASS: return "int16";
+    case ixUINT16_CLASS: return "uint16";
+    case ixINT32_CLASS: return "int32";
+    case ixUINT32_CLASS: return "uint32";
+    case ixINT64_CLASS: return "int64";
+    case ixUINT64_CLASS: return "uint64";
+    case ixFUNCTION_CLASS: return "function_handle";
+    case ixOPAQUE_CLASS: return "opaque";
+    case ixOBJECT_CLASS: return "object";
+    default: return "unknown";
+  }
+}
+
+const char* ixGetClassName(const ixArray* a) noexcept {
+  if ((a->class_id == ixOBJECT_CLASS || a->class_id == ixOPAQUE_CLASS) && !a->class_name.empty())
+    return a->class_name.c_str();
+  return ixClassNameOf(a->class_id);
+}
+
+bool ixIsComplex(const ixArray* a) noexcept { return a->complex; }
+bool ixIsSparse(const ixArray* a) noexcept { return a->sparse; }
+bool ixIsNumeric(const ixArray* a) noexcept { return is_numeric_class(a->class_id); }
+bool ixIsLogicalScalar(const ixArray* a) noexcept {
+  return a && a->class_id == ixLOGICAL_CLASS && !a->sparse && a->dims.size() == 2 && a->numel == 1;
+}
+bool ixIsLogicalScalarTrue(const ixArray* a) noexcept {
+  return ixIsLogicalScalar(a) && *static_cast<const bool*>(a->data);
+}
+std::size_t ixGetNumberOfDimensions(const ixArray* a) noexcept { return a->dims.size(); }
+const ixSize* ixGetDimensions(const ixArray* a) noexcept { return a->dims.data(); }
+ixSize ixGetM(const ixArray* a) noexcept { return a->dims[0]; }
+ixSize ixGetN(const ixArray* a) noexcept {
+  ixSize n = 1;  // columns of the 2-D view: every dimension after the first
+  for (std::size_t i = 1; i < a->dims.size(); ++i) n *= a->dims[i];
+  return n;
+}
+ixSize ixGetNumberOfElements(const ixArray* a) noexcept { return a->numel; }
+bool ixIsEmpty(const ixArray* a) noexcept { return a->numel == 0; }
+std::size_t ixGetElementSize(const ixArray* a) noexcept { return element_size(a->class_id); }
+
+void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim) {
+  const ixSize before = a->numel;
+  const std::vector<ixSize> old = a->dims;
+  set_shape(a, ndim, dims);
+  if (a->numel != before) {
+    a->dims = old;
+    a->numel = before;
+    throw std::invalid_argument("ixSetDimensions: the number of elements must not change");
+  }
+}
+
+void* ixGetData(const ixArray* a) noexcept { return a->data; }
+
+// --- cells and structures ----------------------------------------------------
+
+ixArray* ixGetCell(const ixArray* cell, ixSize index) {
+  if (cell->class_id != ixCELL_CLASS) throw std::invalid_argument("ixGetCell: not a cell array");
+  check_index(cell, index, "ixGetCell");
+  return cell->elements[index];
+}
+void ixSetCell(ixArray* cell, ixSize index, ixArray* value) {
+  if (cell->class_id != ixCELL_CLASS) throw std::invalid_argument("ixSetCell: not a cell array");
+  check_index(cell, index, "ixSetCell");
+  ixDestroyArray(std::exchange(cell->elements[index], value));
+}
+int ixGetNumberOfFields(const ixArray* s) noexcept {
+  return s->class_id == ixSTRUCT_CLASS ? int(s->fields.size()) : 0;
+}
+const std::string& ixGetFieldName(const ixArray* s, int field) { return as_struct(s)->fields.at(std::size_t(field)); }
+int ixGetFieldNumber(const ixArray* s, std::string_view name) noexcept {
+  if (s->class_id != ixSTRUCT_CLASS) return -1;
+  for (std::size_t i = 0; i < s->fields.size(); ++i)
+    if (s->fields[i] == name) return int(i);
+  return -1;
+}
+ixArray* ixGetFieldByNumber(const ixArray* s, ixSize index, int field) {
+  as_struct(s);
+  check_index(s, index, "ixGetFieldByNumber");
+  if (field < 0 || std::size_t(field) >= s->fields.size()) throw std::out_of_range("ixGetFieldByNumber: no such field");
+  return s->elements[index * s->fields.size() + std::size_t(field)];
+}
+void ixSetFieldByNumber(ixArray* s, ixSize index, int field, ixArray* value) {
+  as_struct(s);
+  check_index(s, index, "ixSetFieldByNumber");
+  if (field < 0 || std::size_t(field) >= s->fields.size()) throw std::out_of_range("ixSetFieldByNumber: no such field");
+  ixDestroyArray(std::exchange(s->elements[index * s->fields.size() + std::size_t(field)], value));
+}
+int ixAddField(ixArray* s, std::string_view name) {
+  as_struct(s);
+  if (ixGetFieldNumber(s, name) >= 0) throw std::invalid_argument("ixAddField: repeated field name");
+  const std::size_t nf = s->fields.size();
+  std::vector<ixArray*> grown(s->numel * (nf + 1), nullptr);
+  for (ixSize i = 0; i < s->numel; ++i)
+    for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = s->elements[i * nf + f];
+  s->fields.emplace_back(name);
+  s->elements.swap(grown);
+  return int(nf);
+}
+
+// --- scope ---------------------------------------------------------------------
+
+void ixSetArrayScope(ixArray* a, int code) noexcept { a->scope = code; }
+int ixGetArrayScope(const ixArray* a) noexcept { return a->scope; }
+
+// --- comparison ----------------------------------------------------------------
+
+namespace {
+
+template <class T>
+bool same_floats(const void* a, const void* b, std::size_t n) {
+  const T* x = static_cast<const T*>(a);
+  const T* y = static_cast<const T*>(b);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::isnan(x[i]) && std::isnan(y[i])) continue;
+    if (std::memcmp(&x[i], &y[i], sizeof(T)) != 0) return false;
+  }
+  return true;
+}
+
+bool is_empty_double(const ixArray* a) {
+  return a->class_id == ixDOUBLE_CLASS && !a->complex && !a->sparse && a->dims.size() == 2 && a->dims[0] == 0 &&
+         a->dims[1] == 0;
+}
+
+bool equal_elements(const ixArray* a, const ixArray* b) {
+  // An unset element reads as the empty double.
+  if (!a && !b) return true;
+  if (!a) return is_empty_double(b);
+  if (!b) return is_empty_double(a);
+  return ixIsEqualN(a, b);
+}
+
+}  // namespace
+
+bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
+  if (a == b) return true;
+  if (!a || !b) return false;
+  if (a->class_id != b->class_id || a->complex != b->complex || a->sparse != b->sparse || a->dims != b->dims ||
+      a->class_name != b->class_name)
+    return false;
+  switch (a->class_id) {
+    case ixCELL_CLASS:
+      for (ixSize i = 0; i < a->numel; ++i)
+        if (!equal_elements(a->elements[i], b->elements[i])) return false;
+      return true;
+    case ixSTRUCT_CLASS: {
+      // Field order is not part of a structure's value.
+      if (a->fields.size() != b->fields.size()) return false;
+      const std::size_t nf = a->fields.size();
+      for (std::size_t f = 0; f < nf; ++f) {
+        const int g = ixGetFieldNumber(b, a->fields[f]);
+        if (g < 0) return false;
+        for (ixSize i = 0; i < a->numel; ++i)
+          if (!equal_elements(a->elements[i * nf + f], b->elements[i * nf + std::size_t(g)])) return false;
+      }
+      return true;
+    }
+    case ixOBJECT_CLASS:
+      return a->texts == b->texts && a->missing == b->missing;
+    case ixFUNCTION_CLASS: case ixOPAQUE_CLASS:
+      return true;
+    default: break;
+  }
+  if (a->sparse && (a->sparse_rows != b->sparse_rows || a->sparse_cols != b->sparse_cols)) return false;
+  const std::size_t count = (a->sparse ? a->sparse_rows.size() : a->numel) * (a->complex ? 2 : 1);
+  if (count == 0) return true;
+  if (a->class_id == ixDOUBLE_CLASS) return same_floats<double>(a->data, b->data, count);
+  if (a->class_id == ixSINGLE_CLASS) return same_floats<float>(a->data, b->data, count);
+  return std::memcmp(a->data, b->data, count * element_size(a->class_id)) == 0;
+}
+
+// --- string arrays -------------------------------------------------------------
+
+namespace Tovenar::String {
+
+bool isString(const ixArray* a) noexcept {
+  return a && a->class_id == ixOBJECT_CLASS && a->class_name == "string" && a->texts.size() == a->numel;
+}
+
+std::optional<std::u16string_view> getString(const ixArray* a, ixSize index) {
+  if (!isString(a)) throw std::invalid_argument("getString: not a string array");
+  check_index(a, index, "getString");
+  if (a->missing[index]) return std::nullopt;
+  return std::u16string_view(a->texts[index]);
+}
+
+void setString(ixArray* a, ixSize index, std::optional<std::u16string_view> text) {
+  if (!isString(a)) throw std::invalid_argument("setString: not a string array");
+  check_index(a, index, "setString");
+  a->missing[index] = !text;
+  a->texts[index] = text ? std::u16string(*text) : std::u16string();
+}
+
+}  // namespace Tovenar::String
+
+// --- checked views and text ----------------------------------------------------
+
+namespace matrix {
+namespace detail {
+
+bool isValidClassId(ixClassID cls) noexcept {
+  return cls >= ixCELL_CLASS && cls <= ixOBJECT_CLASS && cls != ixVOID_CLASS;
+}
+void rejectClassId(const ixArray* a, ixClassID expected) {
+  throw std::invalid_argument(std::string("expected an array of class ") + ixClassNameOf(expected) + ", got " +
+                              ixGetClassName(a));
+}
+void rejectArrayShape(const ixArray* a) {
+  throw std::invalid_argument(std::string("unsupported storage for an array of class ") + ixGetClassName(a) +
+                              (a->sparse ? " (sparse)" : a->complex ? " (complex)" : " (real)"));
+}
+void rejectInvalidClassId(const ixArray* a) {
+  throw std::invalid_argument("invalid class ID " + std::to_string(int(a->class_id)));
+}
+
+}  // namespace detail
+
+std::string get_string(const ixArray* a, fl::i18n::codecvt_ustring_to_string& cvt) {
+  typed_array<char16_t> chars(a);
+  std::string out;
+  cvt.convert(chars.data(), chars.size(), out);
+  return out;
+}
+
+}  // namespace matrix
+
+// --- test hooks ----------------------------------------------------------------
+
+namespace ixtal::testing {
+
+std::int64_t live_arrays() noexcept { return g_live.load(std::memory_order_relaxed); }
+void fail_allocations_after(std::int64_t n) noexcept { g_fail_after.store(n < 0 ? -1 : n, std::memory_order_relaxed); }
+ixArray* make_array_with_class_id(int class_id) {
+  new_array n;
+  n.a->class_id = static_cast<ixClassID>(class_id);
+  const ixSize one[2] = {1, 1};
+  set_shape(n.a, 2, one);
+  return n.release();
+}
+
+}  // namespace ixtal::testing

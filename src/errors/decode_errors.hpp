@@ -1,0 +1,65 @@
+#pragma once
+
+// The decode side's mapping from internal exceptions to public identifiers,
+// written once as a type list and walked in order.
+
+#include <tuple>
+#include <utility>
+
+#include "errors/conversion_exceptions.hpp"
+#include "errors/ix_err_msg_id.hpp"
+#include "errors/keys.hpp"
+
+namespace dovra_errors {
+
+template <class Internal, class Key>
+struct maps_to {
+  using internal = Internal;
+  using key = Key;
+};
+
+namespace json = DOVRA::IXTAL::JSON;
+using decode_error_map = std::tuple<
+    maps_to<ixtal_json::InvalidTNSize, json::DecodeInvalidTNSize>,
+    maps_to<ixtal_json::InvalidTNDataType, json::DecodeInvalidTNDataType>,
+    maps_to<ixtal_json::InvalidPropertyType, json::DecodeInvalidPropertyType>,
+    maps_to<ixtal_json::MissingTNSizeOrTNData, json::DecodeMissingTNSizeOrTNData>,
+    maps_to<ixtal_json::MissingTNTypeOrTNSize, json::DecodeMissingTNTypeOrTNSize>,
+    maps_to<ixtal_json::IncompleteComplexData, json::DecodeIncompleteComplexData>,
+    maps_to<ixtal_json::InvalidTNType, json::DecodeInvalidTNType>,
+    maps_to<ixtal_json::InvalidCharArrayTNData, json::DecodeInvalidCharArrayTNData>,
+    maps_to<ixtal_json::NullNotSupported, json::DecodeNullNotSupported>,
+    maps_to<ixtal_json::InvalidArrayElemType, json::DecodeInvalidArrayElemType>,
+    maps_to<ixtal_json::ArrayInconsistentDepths, json::DecodeArrayInconsistentDepths>,
+    maps_to<ixtal_json::ArrayInconsistentSizes, json::DecodeArrayInconsistentSizes>,
+    maps_to<ixtal_json::MismatchedTNSize, json::DecodeMismatchedTNSize>,
+    maps_to<ixtal_json::InvalidFloatingElem, json::DecodeInvalidFloatingElem>,
+    maps_to<ixtal_json::InvalidIntegralElem, json::DecodeInvalidIntegralElem>,
+    maps_to<ixtal_json::InvalidLogicalElem, json::DecodeInvalidLogicalElem>,
+    maps_to<ixtal_json::ArrayInconsistentTypes, json::DecodeArrayInconsistentTypes>>;
+
+// Raises the public error for e when its class is in the map; returns when
+// it is not.
+template <std::size_t I = 0>
+void raise_mapped(const ixtal_json::ParseError& e) {
+  if constexpr (I < std::tuple_size_v<decode_error_map>) {
+    using entry = std::tuple_element_t<I, decode_error_map>;
+    if (auto* p = dynamic_cast<const typename entry::internal*>(&e))
+      std::apply([](const auto&... texts) { ixErrMsgId(typename entry::key(texts...)); }, p->members());
+    raise_mapped<I + 1>(e);
+  }
+}
+
+// Runs f; an internal decode exception leaving it becomes its public error.
+// Every other exception passes unchanged.
+template <class F>
+decltype(auto) translate_decode_errors(F&& f) {
+  try {
+    return std::forward<F>(f)();
+  } catch (const ixtal_json::ParseError& e) {
+    raise_mapped(e);
+    throw;
+  }
+}
+
+}  // namespace dovra_errors

@@ -1,0 +1,9 @@
+#include "host/json_keys.hpp"
+
+namespace ixtal_json::keys {
+const std::string tndata = "tndata";
+const std::string tnsize = "tnsize";
+const std::string tntype = "tntype";
+const std::string tncomplex = "tncomplex";
+const std::string tnclass = "tnclass";
+}  // namespace ixtal_json::keys

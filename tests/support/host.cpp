@@ -1,0 +1,127 @@
+#include "support/host.hpp"
+
+#include <boost/variant/get.hpp>
+#include <sstream>
+
+#include "ixtal/string_array.hpp"
+#include "ixtal/testing.hpp"
+#include "ixtal/text.hpp"
+
+namespace dovra_test {
+
+ixtal::BuiltinLibrary& library() {
+  static ixtal::BuiltinLibrary lib(DOVRA_JSON_BUILTINS_PATH, "dovra_json_builtins",
+                                   {ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
+  return lib;
+}
+
+owned_array text(std::string_view utf8) {
+  return owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8)));
+}
+
+std::string utf8_of(const ixArray* chars) {
+  fl::i18n::codecvt_ustring_to_string cvt("UTF-8");
+  return matrix::get_string(chars, cvt);
+}
+
+std::vector<owned_array> call(std::string_view name, int nlhs, const std::vector<const ixArray*>& args) {
+  library();
+  return ixtal::call(name, nlhs, args);
+}
+
+namespace {
+owned_array one_result(std::string_view name, const std::vector<const ixArray*>& args) {
+  auto out = call(name, 1, args);
+  if (out.size() != 1) throw std::runtime_error("expected one result from " + std::string(name));
+  return std::move(out[0]);
+}
+}  // namespace
+
+owned_array decode(std::string_view json) {
+  auto t = text(json);
+  return one_result(ixtal::kJsonDecodeName, {t.get()});
+}
+
+owned_array decode_response(std::string_view json) {
+  auto t = text(json);
+  return one_result(ixtal::kJsonDecodeResponseName, {t.get()});
+}
+
+std::string encode(const ixArray* a, std::string_view format, std::string_view nan_inf, bool pretty) {
+  auto f = text(format);
+  auto n = text(nan_inf);
+  owned_array p(ixCreateLogicalScalar(pretty));
+  auto r = one_result(ixtal::kJsonEncodeName, {a, f.get(), n.get(), p.get()});
+  return utf8_of(r.get());
+}
+
+std::optional<HostFailure> failure_of(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const ixtal::HostError& e) {
+    return HostFailure{e.identifier(), e.arguments(), e.what()};
+  }
+  return std::nullopt;
+}
+
+std::string describe(const std::vector<resource_core::MsgArg>& args) {
+  std::ostringstream os;
+  os << "(";
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (i) os << ", ";
+    if (auto* l = boost::get<long>(&args[i])) os << *l;
+    else if (auto* s = boost::get<std::string>(&args[i])) os << '"' << *s << '"';
+    else os << "u\"" << fl::i18n::codecvt_ustring_to_string("UTF-8")(boost::get<std::u16string>(args[i])) << '"';
+  }
+  os << ")";
+  return os.str();
+}
+
+void expect_failure(const std::function<void()>& f, const std::string& identifier,
+                    const std::vector<resource_core::MsgArg>& arguments) {
+  auto failure = failure_of(f);
+  ASSERT_TRUE(failure.has_value()) << "expected " << identifier << ", but the call succeeded";
+  EXPECT_EQ(failure->identifier, identifier) << failure->message;
+  EXPECT_EQ(describe(failure->arguments), describe(arguments)) << "for " << identifier;
+}
+
+owned_array make_double(const std::vector<double>& data, std::vector<ixSize> dims) {
+  return make_numeric<double>(data, std::move(dims));
+}
+
+owned_array make_char(std::u16string_view chars, std::vector<ixSize> dims) {
+  owned_array a(ixCreateCharArray(dims.size(), dims.data()));
+  std::copy(chars.begin(), chars.end(), static_cast<char16_t*>(ixGetData(a.get())));
+  return a;
+}
+
+owned_array make_cell(std::vector<owned_array> elements, std::vector<ixSize> dims) {
+  owned_array c(ixCreateCellArray(dims.size(), dims.data()));
+  for (std::size_t i = 0; i < elements.size(); ++i) ixSetCell(c.get(), i, elements[i].release());
+  return c;
+}
+
+owned_array make_struct(const std::vector<std::string>& fields, std::vector<owned_array> values,
+                        std::vector<ixSize> dims) {
+  owned_array s(ixCreateStructArray(dims.size(), dims.data(), int(fields.size()), fields.data()));
+  for (std::size_t i = 0; i < values.size(); ++i)
+    ixSetFieldByNumber(s.get(), i / fields.size(), int(i % fields.size()), values[i].release());
+  return s;
+}
+
+owned_array make_strings(const std::vector<std::optional<std::u16string>>& texts, std::vector<ixSize> dims) {
+  owned_array s(ixCreateStringArray(dims.size(), dims.data()));
+  for (std::size_t i = 0; i < texts.size(); ++i)
+    Tovenar::String::setString(s.get(), i,
+                               texts[i] ? std::optional<std::u16string_view>(*texts[i]) : std::nullopt);
+  return s;
+}
+
+std::vector<ixSize> dims_of(const ixArray* a) {
+  return std::vector<ixSize>(ixGetDimensions(a), ixGetDimensions(a) + ixGetNumberOfDimensions(a));
+}
+
+LeakCheck::LeakCheck() : before_(ixtal::testing::live_arrays()) {}
+LeakCheck::~LeakCheck() { EXPECT_EQ(ixtal::testing::live_arrays(), before_) << "host arrays leaked"; }
+
+}  // namespace dovra_test
