@@ -1,0 +1,24 @@
+#pragma once
+
+// From a builtin's text argument to a JSON value tree.
+
+#include <string>
+
+#include "foundation/json/value.hpp"
+#include "ixtal/array.hpp"
+
+namespace dovra_json {
+
+// Parses UTF-8 text (flags: 0, or kAllowComments). Throws
+// foundation::json::ParserException on malformed text.
+inline constexpr unsigned char kAllowComments = 1;
+foundation::json::Value parse(const std::string& utf8, unsigned char flags = 0);
+
+// The parse step of the decode builtins: reads the argument (any char array
+// or a non-missing string scalar; anything else raises
+// "IXTAL:checkSyntacticWarnings:MustBeStringScalarOrCharacterVector"),
+// converts it to UTF-8 and parses it; malformed text raises the keyed parse
+// error with its position prefix and context suffix.
+foundation::json::Value parse_text_argument(const ixArray* arg);
+
+}  // namespace dovra_json
