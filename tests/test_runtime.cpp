@@ -1,0 +1,250 @@
+// The embedded host runtime: array creation and its failures, comparison,
+// text conversion, and the package registry.
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "ixtal/errors.hpp"
+#include "ixtal/host.hpp"
+#include "ixtal/matrix.hpp"
+#include "ixtal/packages.hpp"
+#include "ixtal/string_array.hpp"
+#include "ixtal/testing.hpp"
+#include "ixtal/text.hpp"
+#include "support/host.hpp"
+
+namespace {
+
+using matrix::owned_array;
+using dovra_test::dims_of;
+
+struct ClassRow {
+  std::function<ixArray*()> make;
+  ixClassID id;
+  const char* name;
+  std::vector<ixSize> dims;
+};
+
+TEST(Runtime, CreatesEveryClass) {
+  const ixSize d234[3] = {2, 3, 4};
+  const ixSize d2311[4] = {2, 3, 1, 1};
+  const std::vector<ClassRow> rows = {
+      {[] { return ixCreateCellMatrix(2, 3); }, ixCELL_CLASS, "cell", {2, 3}},
+      {[] { return ixCreateStructMatrix(1, 1, 0, nullptr); }, ixSTRUCT_CLASS, "struct", {1, 1}},
+      {[] { return ixCreateLogicalScalar(true); }, ixLOGICAL_CLASS, "logical", {1, 1}},
+      {[] { return ixCreateString("h\xC3\xA9llo"); }, ixCHAR_CLASS, "char", {1, 5}},
+      {[] { return ixCreateString(""); }, ixCHAR_CLASS, "char", {0, 0}},
+      {[&] { return ixCreateNumericArray(3, d234, ixDOUBLE_CLASS, ixCOMPLEX); }, ixDOUBLE_CLASS, "double", {2, 3, 4}},
+      {[&] { return ixCreateNumericArray(4, d2311, ixSINGLE_CLASS, ixREAL); }, ixSINGLE_CLASS, "single", {2, 3}},
+      {[] { return ixCreateNumericMatrix(1, 0, ixINT8_CLASS, ixREAL); }, ixINT8_CLASS, "int8", {1, 0}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixUINT8_CLASS, ixREAL); }, ixUINT8_CLASS, "uint8", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixINT16_CLASS, ixREAL); }, ixINT16_CLASS, "int16", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixUINT16_CLASS, ixREAL); }, ixUINT16_CLASS, "uint16", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixINT32_CLASS, ixREAL); }, ixINT32_CLASS, "int32", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixUINT32_CLASS, ixREAL); }, ixUINT32_CLASS, "uint32", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixINT64_CLASS, ixCOMPLEX); }, ixINT64_CLASS, "int64", {1, 1}},
+      {[] { return ixCreateNumericMatrix(1, 1, ixUINT64_CLASS, ixREAL); }, ixUINT64_CLASS, "uint64", {1, 1}},
+      {[] { return ixCreateFunctionHandle("sin"); }, ixFUNCTION_CLASS, "function_handle", {1, 1}},
+      {[] { return ixCreateOpaque("java.lang.Object"); }, ixOPAQUE_CLASS, "java.lang.Object", {1, 1}},
+      {[] { return ixCreateClassObject("containers.Map"); }, ixOBJECT_CLASS, "containers.Map", {1, 1}},
+      {[&] { return ixCreateStringArray(3, d234); }, ixOBJECT_CLASS, "string", {2, 3, 4}},
+      {[] { return ixCreateSparse(3, 3, ixDOUBLE_CLASS, ixREAL); }, ixDOUBLE_CLASS, "double", {3, 3}},
+      {[] { return ixtal::testing::make_array_with_class_id(5); }, ixVOID_CLASS, "void", {1, 1}},
+      {[] { return ixtal::testing::make_array_with_class_id(42); }, ixClassID(42), "unknown", {1, 1}},
+  };
+  dovra_test::LeakCheck leaks;
+  for (const auto& row : rows) {
+    owned_array a(row.make());
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(ixGetClassID(a.get()), row.id);
+    EXPECT_STREQ(ixGetClassName(a.get()), row.name);
+    EXPECT_EQ(dims_of(a.get()), row.dims);
+  }
+}
+
+TEST(Runtime, NewNumericDataAreZeroAndComplexIsInterleaved) {
+  owned_array a(ixCreateNumericMatrix(2, 2, ixDOUBLE_CLASS, ixCOMPLEX));
+  const double* d = static_cast<const double*>(ixGetData(a.get()));
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(d[i], 0.0);
+  matrix::typed_array<std::complex<double>> view(a.get());
+  EXPECT_EQ(view.size(), 4u);
+}
+
+TEST(Runtime, ImpossibleSizesRaiseOutOfMemory) {
+  dovra_test::LeakCheck leaks;
+  const ixSize overflow[3] = {ixSize(1) << 32, ixSize(1) << 32, 2};  // product is 2^65
+  const ixSize huge[3] = {100000, 100000, 100000};                    // 8 PB of doubles
+  EXPECT_THROW(ixCreateNumericArray(3, overflow, ixDOUBLE_CLASS, ixREAL), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateNumericArray(3, huge, ixDOUBLE_CLASS, ixREAL), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateCellArray(3, huge), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateStringArray(3, overflow), foundation::core::except::bad_alloc);
+  // A zero dimension makes any product empty, however large the others.
+  const ixSize empty[3] = {0, ~ixSize(0), ~ixSize(0)};
+  owned_array e(ixCreateNumericArray(3, empty, ixDOUBLE_CLASS, ixREAL));
+  EXPECT_EQ(ixGetNumberOfElements(e.get()), 0u);
+}
+
+TEST(Runtime, FailureHookFailsTheNthCreationAndResets) {
+  dovra_test::LeakCheck leaks;
+  ixtal::testing::fail_allocations_after(2);
+  owned_array a(ixCreateDoubleScalar(1));
+  owned_array b(ixCreateDoubleScalar(2));
+  EXPECT_THROW(ixCreateDoubleScalar(3), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateCellMatrix(1, 1), foundation::core::except::bad_alloc);
+  ixtal::testing::fail_allocations_after(-1);
+  owned_array c(ixCreateDoubleScalar(4));
+}
+
+TEST(Runtime, CheckedViewsRejectWithTheirReason) {
+  owned_array d(ixCreateDoubleMatrix(1, 1, ixREAL));
+  owned_array z(ixCreateDoubleMatrix(1, 1, ixCOMPLEX));
+  owned_array s(ixCreateSparse(2, 2, ixDOUBLE_CLASS, ixREAL));
+  owned_array u(ixtal::testing::make_array_with_class_id(0));
+  EXPECT_NO_THROW(matrix::typed_array<double>{d.get()});
+  EXPECT_THROW(matrix::typed_array<float>{d.get()}, std::invalid_argument);
+  EXPECT_THROW(matrix::typed_array<double>{z.get()}, std::invalid_argument);
+  EXPECT_THROW(matrix::typed_array<std::complex<double>>{d.get()}, std::invalid_argument);
+  EXPECT_THROW(matrix::typed_array<double>{s.get()}, std::invalid_argument);
+  EXPECT_THROW(matrix::typed_array<double>{u.get()}, std::invalid_argument);
+}
+
+TEST(Runtime, CellsAndStructuresOwnWhatTheyHold) {
+  dovra_test::LeakCheck leaks;
+  owned_array c(ixCreateCellMatrix(1, 2));
+  ixSetCell(c.get(), 0, ixCreateDoubleScalar(1));
+  ixSetCell(c.get(), 0, ixCreateDoubleScalar(2));  // replaces and frees the first
+  EXPECT_EQ(ixGetCell(c.get(), 1), nullptr);
+  EXPECT_THROW(ixSetCell(c.get(), 2, nullptr), std::out_of_range);
+
+  const std::string names[] = {"", "with blank", "\xC3\xA9t\xC3\xA9"};
+  const ixSize one[2] = {1, 1};
+  owned_array s(ixCreateStructArray(2, one, 3, names));
+  EXPECT_EQ(ixGetFieldNumber(s.get(), "with blank"), 1);
+  ixSetFieldByNumber(s.get(), 0, 2, ixCreateString("x"));
+  EXPECT_EQ(ixAddField(s.get(), "later"), 3);
+  EXPECT_NE(ixGetFieldByNumber(s.get(), 0, 2), nullptr);  // kept its place when the field was added
+  const std::string twice[] = {"a", "a"};
+  EXPECT_THROW(ixCreateStructArray(2, one, 2, twice), std::invalid_argument);
+}
+
+TEST(Runtime, EqualityFollowsValuesNotRepresentation) {
+  using dovra_test::make_double;
+  const double nan1 = std::nan("1"), nan2 = std::nan("2");
+  EXPECT_TRUE(ixIsEqualN(make_double({nan1}, {1, 1}).get(), make_double({nan2}, {1, 1}).get()));
+  EXPECT_FALSE(ixIsEqualN(make_double({0.0}, {1, 1}).get(), make_double({-0.0}, {1, 1}).get()));
+  EXPECT_FALSE(ixIsEqualN(make_double({1, 2}, {1, 2}).get(), make_double({1, 2}, {2, 1}).get()));
+  // An unset cell reads as the empty double.
+  std::vector<owned_array> with_empty;
+  with_empty.push_back(make_double({}, {0, 0}));
+  EXPECT_TRUE(ixIsEqualN(dovra_test::make_cell({}, {1, 1}).get(), dovra_test::make_cell(std::move(with_empty), {1, 1}).get()));
+  // Field order is not part of a structure's value.
+  std::vector<owned_array> ab, ba;
+  ab.push_back(make_double({1}, {1, 1}));
+  ab.push_back(make_double({2}, {1, 1}));
+  ba.push_back(make_double({2}, {1, 1}));
+  ba.push_back(make_double({1}, {1, 1}));
+  EXPECT_TRUE(ixIsEqualN(dovra_test::make_struct({"a", "b"}, std::move(ab), {1, 1}).get(),
+                         dovra_test::make_struct({"b", "a"}, std::move(ba), {1, 1}).get()));
+}
+
+TEST(Runtime, StringArraysHoldTextsAndMissingElements) {
+  auto s = dovra_test::make_strings({u"one", std::nullopt}, {1, 2});
+  EXPECT_TRUE(Tovenar::String::isString(s.get()));
+  EXPECT_EQ(*Tovenar::String::getString(s.get(), 0), u"one");
+  EXPECT_FALSE(Tovenar::String::getString(s.get(), 1).has_value());
+  owned_array other(ixCreateClassObject("other"));
+  EXPECT_FALSE(Tovenar::String::isString(other.get()));
+}
+
+// --- text conversion -----------------------------------------------------------
+
+struct TextRow {
+  std::string utf8;
+  std::u16string utf16;
+};
+
+TEST(Text, ConvertsBothWaysAndReplacesWhatIsIllFormed) {
+  const std::vector<TextRow> rows = {
+      {"", u""},
+      {"plain ascii text, longer than eight", u"plain ascii text, longer than eight"},
+      {std::string("nul\0byte", 8), std::u16string(u"nul\0byte", 8)},
+      {"\xC3\xA9", u"\u00E9"},
+      {"\xE2\x82\xAC", u"\u20AC"},
+      {"\xF0\x9F\x98\x80", u"\U0001F600"},
+      {"a\xFF" "b", u"a\uFFFDb"},                     // a byte that never starts a sequence
+      {"\xC0\xAF", u"\uFFFD\uFFFD"},                  // overlong form
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},        // an encoded surrogate
+      {"\xE2\x82", u"\uFFFD"},                        // truncated: one maximal subpart
+      {"\xF0\x9F\x98", u"\uFFFD"},
+  };
+  fl::i18n::codecvt_string_to_ustring to16("UTF-8");
+  fl::i18n::codecvt_ustring_to_string to8("UTF-8");
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.utf8);
+    EXPECT_EQ(to16(row.utf8), row.utf16);
+    if (row.utf16.find(u'\uFFFD') == std::u16string::npos) {
+      EXPECT_EQ(to8(row.utf16), row.utf8);
+    }
+  }
+  // Unpaired surrogates in UTF-16 become U+FFFD; pairs are joined.
+  EXPECT_EQ(to8(std::u16string{0xD800, u'a'}), "\xEF\xBF\xBD" "a");
+  EXPECT_EQ(to8(std::u16string{u'a', 0xDC00}), "a\xEF\xBF\xBD");
+  EXPECT_EQ(to8(std::u16string{0xDBFF, 0xDFFF}), "\xF4\x8F\xBF\xBF");
+  EXPECT_THROW(fl::i18n::codecvt_string_to_ustring("latin1"), std::invalid_argument);
+}
+
+TEST(Text, MeasureAgreesWithConversionOnAnyBytes) {
+  std::mt19937 rng(7);
+  fl::i18n::codecvt_string_to_ustring to16("UTF-8");
+  fl::i18n::codecvt_ustring_to_string to8("UTF-8");
+  for (int round = 0; round < 2000; ++round) {
+    std::string bytes(rng() % 40, '\0');
+    for (char& b : bytes) b = char(rng() % 4 == 0 ? 'a' + rng() % 26 : rng() % 256);
+    const std::u16string units = to16(bytes);
+    ASSERT_EQ(units.size(), to16.measure(bytes.data(), bytes.size()));
+    // Whatever came out is valid UTF-16, so it survives a round trip.
+    ASSERT_EQ(to16(to8(units)), units);
+  }
+}
+
+// --- packages and calls --------------------------------------------------------
+
+void answer(std::int32_t, ixArray* plhs[], std::int32_t, const ixArray*[]) { plhs[0] = ixCreateDoubleScalar(42); }
+void half_done(std::int32_t, ixArray* plhs[], std::int32_t, const ixArray*[]) {
+  plhs[0] = ixCreateCellMatrix(1, 1);
+  throw std::runtime_error("broke after storing a result");
+}
+void exhausted(std::int32_t, ixArray*[], std::int32_t, const ixArray*[]) {
+  const ixSize huge[2] = {~ixSize(0) / 2, 4};
+  ixCreateNumericArray(2, huge, ixDOUBLE_CLASS, ixREAL);
+}
+
+void register_test_package() {
+  icos::COSPackage* pkg = icos::omGetSubPackage(icos::omGetGlobalPackage("runtime_test"), "inner");
+  EXPECT_EQ(icos::omGetSubPackage(icos::omGetGlobalPackage("runtime_test"), "inner"), pkg);
+  pkg->addFunction(icos::COSNameID("answer"), &answer);
+  pkg->addFunction(icos::COSNameID("half_done"), &half_done);
+  pkg->addFunction(icos::COSNameID("exhausted"), &exhausted);
+}
+
+TEST(Packages, RegisteredFunctionsAreCalledByQualifiedName) {
+  register_test_package();
+  auto out = ixtal::call("runtime_test.inner.answer", 1, {});
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(*static_cast<double*>(ixGetData(out[0].get())), 42.0);
+  EXPECT_EQ(icos::omFindFunction("runtime_test.answer"), nullptr);
+  EXPECT_EQ(icos::omFindFunction("runtime_test"), nullptr);
+}
+
+TEST(Packages, FailedCallsBecomeHostErrorsAndLeaveNothing) {
+  register_test_package();
+  dovra_test::LeakCheck leaks;
+  dovra_test::expect_failure([] { ixtal::call("runtime_test.inner.half_done", 1, {}); }, "IXTAL:UnexpectedException",
+                             {std::string("broke after storing a result")});
+  dovra_test::expect_failure([] { ixtal::call("runtime_test.inner.exhausted", 1, {}); }, "IXTAL:nomem");
+  dovra_test::expect_failure([] { ixtal::call("no.such.function", 1, {}); }, "IXTAL:UndefinedFunction",
+                             {std::string("no.such.function")});
+}
+
+}  // namespace
