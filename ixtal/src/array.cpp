@@ -253,11 +253,27 @@ ixArray* ixDuplicateArray(const ixArray* a) {
 }
 
 void ixDestroyArray(ixArray* a) noexcept {
-  if (!a) return;
-  for (ixArray* e : a->elements) ixDestroyArray(e);
-  std::free(a->data);
-  delete a;
-  g_live.fetch_sub(1, std::memory_order_relaxed);
+  // Iterative, so that however deep cells nest the host's stack is safe:
+  // each array's elements are taken over into the work list before it dies.
+  std::vector<ixArray*> pending;
+  while (a) {
+    for (ixArray* e : a->elements)
+      if (e) {
+        try {
+          pending.push_back(e);
+        } catch (...) {
+          ixDestroyArray(e);  // no memory for the list: fall back to recursion
+        }
+      }
+    std::free(a->data);
+    delete a;
+    g_live.fetch_sub(1, std::memory_order_relaxed);
+    a = nullptr;
+    if (!pending.empty()) {
+      a = pending.back();
+      pending.pop_back();
+    }
+  }
 }
 
 // --- class and shape ---------------------------------------------------------
