@@ -1,15 +1,76 @@
-// The encode builtin.
+// The encode builtin: array, "large"|"small", "string"|"object", pretty flag.
 
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "encode/converter.hpp"
 #include "entry/builtins.hpp"
+#include "errors/conversion_exceptions.hpp"
+#include "errors/ix_err_msg_id.hpp"
+#include "errors/keys.hpp"
+#include "foundation/json/serializer.hpp"
+#include "host/text_argument.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace dovra_entry {
+namespace {
+
+using ixtal_json::detail::ixArray_to_json_converter;
+using ixtal_json::detail::NanType;
+using ixtal_json::detail::ToJsonMode;
+
+// Picks first or second by the option's exact text.
+template <class Choice>
+Choice read_option(const ixArray* arg, const char* name, std::u16string_view first_text, Choice first,
+                   std::u16string_view second_text, Choice second) {
+  std::u16string_view text;
+  try {
+    text = dovra_host::read_text_argument(arg, dovra_host::TextShape::row_or_empty);
+  } catch (...) {
+    ixErrMsgId(IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector());
+  }
+  if (text == first_text) return first;
+  if (text == second_text) return second;
+  char option[11] = {};
+  std::strncpy(option, name, sizeof option - 1);
+  ixErrMsgId(component_IXTAL::catalog_class::key_InvalidArgument(option, option));
+}
+
+template <ToJsonMode Mode, NanType Nan>
+foundation::json::Value convert(const ixArray* a) {
+  return ixArray_to_json_converter<Mode, Nan>()(a);
+}
+
+foundation::json::Value convert(const ixArray* a, ToJsonMode mode, NanType nan) {
+  if (mode == ToJsonMode::large)
+    return nan == NanType::string ? convert<ToJsonMode::large, NanType::string>(a)
+                                  : convert<ToJsonMode::large, NanType::object>(a);
+  return nan == NanType::string ? convert<ToJsonMode::small, NanType::string>(a)
+                                : convert<ToJsonMode::small, NanType::object>(a);
+}
+
+}  // namespace
 
 void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
   check_arity(nlhs, 1, nrhs, 4, 4);
-  (void)plhs;
-  (void)prhs;
-  throw std::logic_error("encode: encoding is not built yet");
+  const ToJsonMode mode = read_option(prhs[1], "format", u"large", ToJsonMode::large, u"small", ToJsonMode::small);
+  const NanType nan = read_option(prhs[2], "nanInfType", u"string", NanType::string, u"object", NanType::object);
+  if (!ixIsLogicalScalar(prhs[3])) ixErrMsgId(component_IXTAL::catalog_class::key_RequireLogical());
+
+  std::string text;
+  try {
+    const foundation::json::Value value = convert(prhs[0], mode, nan);
+    foundation::json::Serializer writer;
+    writer.pretty_print(ixIsLogicalScalarTrue(prhs[3]));
+    writer.write(text, value);
+  } catch (const ixtal_json::IxUnsupportedType& e) {
+    ixErrMsgId(DOVRA::IXTAL::JSON::EncodeUnsupportedType(e.text));
+  } catch (const ixtal_json::IxNestingTooDeep&) {
+    ixErrMsgId(DOVRA::IXTAL::JSON::EncodeNestingTooDeep());
+  }
+  // The serializer escapes U+0000, so the text holds no NUL before its end.
+  plhs[0] = ixCreateString(text.c_str());
 }
 
 }  // namespace dovra_entry

@@ -1,0 +1,94 @@
+#include "encode/container_writer.hpp"
+
+#include <stdexcept>
+#include <vector>
+
+#include "encode/large_object.hpp"
+#include "ixtal/matrix.hpp"
+
+namespace ixtal_json::detail {
+namespace {
+
+using foundation::json::Array;
+using foundation::json::Object;
+using foundation::json::Value;
+
+// Unset cell elements and field values read as the empty double; one is
+// made when first needed and destroyed with the writer.
+class unset_value {
+ public:
+  const ixArray* operator()(const ixArray* value) {
+    if (value) return value;
+    if (!empty_) empty_.reset(ixCreateDoubleMatrix(0, 0, ixREAL));
+    return empty_.get();
+  }
+
+ private:
+  matrix::owned_array empty_;
+};
+
+}  // namespace
+
+Value write_cell(const ixArray* a, const element_encoder& encode, nesting& depth) {
+  const auto dims = dims_of(a);
+  Array size = tnsize_of(dims);
+  const ixSize n = ixGetNumberOfElements(a);
+  Array data;
+  {
+    const nesting::scope inside(depth, 2);
+    unset_value value;
+    data.reserve(n);
+    for (ixSize i = 0; i < n; ++i) data.push_back(encode(value(ixGetCell(a, i))));
+  }
+  check_count(data.size(), dims);
+  return large_object("cell", std::move(size), Value(std::move(data)));
+}
+
+Value write_struct_large(const ixArray* a, const element_encoder& encode, nesting& depth) {
+  const auto dims = dims_of(a);
+  Array size = tnsize_of(dims);
+  const int nfields = ixGetNumberOfFields(a);
+  const ixSize n = ixGetNumberOfElements(a);
+  Object fields;
+  std::vector<Array*> columns(static_cast<std::size_t>(nfields));
+  {
+    // {"tndata":{"field":[value, ...]}}; without fields the arrays are not there.
+    const nesting::scope inside(depth, nfields > 0 ? 3 : 2);
+    for (int f = 0; f < nfields; ++f) {
+      Array& column = fields.emplace(ixGetFieldName(a, f), Value(Array())).first->second.as_array();
+      column.reserve(n);
+      columns[std::size_t(f)] = &column;
+    }
+    // Element by element, the order in which the host stores the values.
+    unset_value value;
+    for (ixSize i = 0; i < n; ++i)
+      for (int f = 0; f < nfields; ++f) columns[std::size_t(f)]->push_back(encode(value(ixGetFieldByNumber(a, i, f))));
+  }
+  for (int f = 0; f < nfields; ++f)
+    if (columns[std::size_t(f)]->size() != count_of(dims))
+      throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
+                               " did not match specified dimensions");
+  return large_object("struct", std::move(size), Value(std::move(fields)));
+}
+
+Value write_struct_small(const ixArray* a, const element_encoder& encode, nesting& depth) {
+  const auto dims = dims_of(a);
+  const int nfields = ixGetNumberOfFields(a);
+  if (is_2d(dims, 1, 1)) {
+    const nesting::scope inside(depth, 1);
+    Object out;
+    unset_value value;
+    for (int f = 0; f < nfields; ++f) out.emplace(ixGetFieldName(a, f), encode(value(ixGetFieldByNumber(a, 0, f))));
+    // Two field names the map would fold into one key.
+    if (out.size() != std::size_t(nfields))
+      throw std::runtime_error("Number of fieldnames does not match number of elements");
+    return Value(std::move(out));
+  }
+  if (is_2d(dims, 0, 0) && nfields == 0) {
+    depth.require(1);
+    return Value(Object());
+  }
+  return write_struct_large(a, encode, depth);
+}
+
+}  // namespace ixtal_json::detail

@@ -1,0 +1,65 @@
+#include "encode/converter.hpp"
+
+#include <functional>
+#include <stdexcept>
+
+#include "encode/char_writer.hpp"
+#include "encode/container_writer.hpp"
+#include "encode/numeric_writer.hpp"
+#include "errors/conversion_exceptions.hpp"
+#include "ixtal/matrix.hpp"
+
+namespace ixtal_json::detail {
+
+using foundation::json::Value;
+
+template <ToJsonMode Mode, NanType Nan>
+ixArray_to_json_converter<Mode, Nan>::ixArray_to_json_converter() : utf8_("UTF-8", true) {}
+
+template <ToJsonMode Mode, NanType Nan>
+Value ixArray_to_json_converter<Mode, Nan>::operator()(const ixArray* a) {
+  a->_complete_opaque_dimensions();
+  try {
+    // Complex arrays have no small form.
+    if (ixIsComplex(a)) return write_numeric_large(a, Nan, depth_);
+    return convert_real(a);
+  } catch (const IxUnsupportedType&) {
+    throw;  // a contained array's class, already named
+  } catch (const std::invalid_argument&) {
+    // A checked view refused the array: sparse, wrong storage or unknown class.
+    throw IxUnsupportedType(ixGetClassName(a));
+  }
+}
+
+template <ToJsonMode Mode, NanType Nan>
+Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
+  constexpr bool large = Mode == ToJsonMode::large;
+  switch (ixGetClassID(a)) {
+    case ixCELL_CLASS:
+      return write_cell(a, element_encoder(std::ref(*this)), depth_);
+    case ixSTRUCT_CLASS:
+      return large ? write_struct_large(a, element_encoder(std::ref(*this)), depth_)
+                   : write_struct_small(a, element_encoder(std::ref(*this)), depth_);
+    case ixLOGICAL_CLASS:
+      return large ? write_logical_large(a, depth_) : write_logical_small(a, depth_);
+    case ixCHAR_CLASS:
+      return write_char(a, Mode, utf8_, depth_);
+    case ixDOUBLE_CLASS:
+      return large ? write_numeric_large(a, Nan, depth_) : write_double_small(a, Nan, depth_);
+    case ixSINGLE_CLASS: case ixINT8_CLASS: case ixUINT8_CLASS: case ixINT16_CLASS: case ixUINT16_CLASS:
+    case ixINT32_CLASS: case ixUINT32_CLASS: case ixINT64_CLASS: case ixUINT64_CLASS:
+      return write_numeric_large(a, Nan, depth_);
+    case ixFUNCTION_CLASS: case ixOPAQUE_CLASS: case ixOBJECT_CLASS:
+      throw IxUnsupportedType(ixGetClassName(a));
+    default:
+      matrix::detail::rejectInvalidClassId(a);
+  }
+}
+
+// The four variants the encode builtin chooses from.
+template class ixArray_to_json_converter<ToJsonMode::large, NanType::string>;
+template class ixArray_to_json_converter<ToJsonMode::small, NanType::string>;
+template class ixArray_to_json_converter<ToJsonMode::large, NanType::object>;
+template class ixArray_to_json_converter<ToJsonMode::small, NanType::object>;
+
+}  // namespace ixtal_json::detail

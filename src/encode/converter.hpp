@@ -1,0 +1,38 @@
+#pragma once
+
+// From a host array to a JSON value tree, in one notation and one form of
+// non-finite numbers, fixed by the template arguments.
+
+#include "encode/modes.hpp"
+#include "encode/nesting.hpp"
+#include "foundation/json/value.hpp"
+#include "ixtal/array.hpp"
+#include "ixtal/text.hpp"
+
+namespace ixtal_json::detail {
+
+template <ToJsonMode Mode, NanType Nan>
+class ixArray_to_json_converter {
+ public:
+  ixArray_to_json_converter();
+
+  // Throws IxUnsupportedType naming the class of an array no writer takes
+  // (sparse storage and unknown classes included), IxNestingTooDeep when the
+  // text would nest deeper than the parser reads, and std::runtime_error
+  // when an array's dimensions and contents disagree.
+  foundation::json::Value operator()(const ixArray* a);
+
+ private:
+  foundation::json::Value convert_real(const ixArray* a);
+
+  // One converter for every char array of the conversion, nested ones too.
+  fl::i18n::codecvt_ustring_to_string utf8_;
+  nesting depth_;
+};
+
+extern template class ixArray_to_json_converter<ToJsonMode::large, NanType::string>;
+extern template class ixArray_to_json_converter<ToJsonMode::small, NanType::string>;
+extern template class ixArray_to_json_converter<ToJsonMode::large, NanType::object>;
+extern template class ixArray_to_json_converter<ToJsonMode::small, NanType::object>;
+
+}  // namespace ixtal_json::detail

@@ -1,0 +1,42 @@
+#include "encode/large_object.hpp"
+
+#include <stdexcept>
+
+#include "host/json_keys.hpp"
+
+namespace ixtal_json::detail {
+
+using foundation::json::Array;
+using foundation::json::Object;
+using foundation::json::Value;
+
+ixSize count_of(std::span<const ixSize> dims) noexcept {
+  if (dims.empty()) return 0;
+  ixSize n = 1;
+  for (ixSize d : dims) n *= d;
+  return n;
+}
+
+Array tnsize_of(std::span<const ixSize> dims) {
+  if (dims.size() < 2) throw std::runtime_error("Must have at least two dimensions");
+  Array size;
+  size.reserve(dims.size());
+  // Counts past 2^63 stay unsigned on their way to double.
+  for (ixSize d : dims) size.emplace_back(static_cast<double>(d));
+  return size;
+}
+
+void check_count(std::size_t written, std::span<const ixSize> dims) {
+  if (written != count_of(dims)) throw std::runtime_error("Number of elements did not match specified dimensions");
+}
+
+Value large_object(const char* type, Array size, Value data, bool complex) {
+  Object o;
+  if (complex) o.emplace(keys::tncomplex, Value(true));
+  o.emplace(keys::tndata, std::move(data));
+  o.emplace(keys::tnsize, Value(std::move(size)));
+  o.emplace(keys::tntype, Value(type));
+  return Value(std::move(o));
+}
+
+}  // namespace ixtal_json::detail

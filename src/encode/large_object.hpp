@@ -1,0 +1,37 @@
+#pragma once
+
+// The pieces every large-notation object shares: "tnsize", the count check
+// and the assembled object.
+
+#include <span>
+
+#include "foundation/json/value.hpp"
+#include "ixtal/array.hpp"
+
+namespace ixtal_json::detail {
+
+inline std::span<const ixSize> dims_of(const ixArray* a) noexcept {
+  a->_complete_opaque_dimensions();
+  return {ixGetDimensions(a), ixGetNumberOfDimensions(a)};
+}
+
+inline bool is_2d(std::span<const ixSize> dims, ixSize m, ixSize n) noexcept {
+  return dims.size() == 2 && dims[0] == m && dims[1] == n;
+}
+
+// The product of the dimensions; an empty list counts as no elements.
+ixSize count_of(std::span<const ixSize> dims) noexcept;
+
+// "tnsize": one number per dimension. Throws std::runtime_error for fewer
+// than two dimensions.
+foundation::json::Array tnsize_of(std::span<const ixSize> dims);
+
+// Throws std::runtime_error when the elements written are not the product
+// of the dimensions.
+void check_count(std::size_t written, std::span<const ixSize> dims);
+
+// {"tncomplex":true?, "tndata":data, "tnsize":size, "tntype":type}
+foundation::json::Value large_object(const char* type, foundation::json::Array size, foundation::json::Value data,
+                                     bool complex = false);
+
+}  // namespace ixtal_json::detail

@@ -1,0 +1,198 @@
+#include "encode/numeric_writer.hpp"
+
+#include <boost/numeric/conversion/cast.hpp>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <type_traits>
+#include <vector>
+
+#include "encode/large_object.hpp"
+#include "errors/conversion_exceptions.hpp"
+#include "host/class_traits.hpp"
+#include "host/json_keys.hpp"
+#include "ixtal/matrix.hpp"
+
+namespace ixtal_json::detail {
+namespace {
+
+using foundation::json::Array;
+using foundation::json::Object;
+using foundation::json::Value;
+
+// "NaN", "Inf" or "-Inf" for a value beyond the finite range of F.
+template <class F>
+const char* special_name(F x) noexcept {
+  if (x != x) return "NaN";
+  return x > 0 ? "Inf" : "-Inf";
+}
+
+template <class F>
+bool is_finite(F x) noexcept {
+  return std::fabs(x) <= std::numeric_limits<F>::max();
+}
+
+// `levels` counts the special object itself and every container of the
+// writer around it.
+Value special_object(const char* name, const nesting& depth, std::size_t levels) {
+  depth.require(levels);
+  Object o;
+  o.emplace(keys::tndata, Value(name));
+  return Value(std::move(o));
+}
+
+// Large-notation data: {"tndata":[...]} puts each element two levels down.
+constexpr std::size_t kLargeDataLevels = 2;
+
+// Appends one element, or one part of a complex element.
+template <class T>
+void append_part(Array& data, T x, NanType nan, const nesting& depth) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (is_finite(x)) [[likely]] {
+      data.emplace_back(x);  // float stays the float alternative
+    } else if (nan == NanType::string) {
+      data.emplace_back(special_name(x));
+    } else {
+      data.push_back(special_object(special_name(x), depth, kLargeDataLevels + 1));
+    }
+  } else if constexpr (std::is_same_v<T, bool>) {
+    data.emplace_back(x);
+  } else {
+    // Integers past 2^53 round to the nearest double; uint64 stays unsigned.
+    data.emplace_back(static_cast<double>(x));
+  }
+}
+
+template <class T> struct part_of { using type = T; };
+template <class T> struct part_of<std::complex<T>> { using type = T; };
+
+template <class T>
+Value write_large(const ixArray* a, NanType nan, const nesting& depth) {
+  using Part = typename part_of<T>::type;
+  constexpr bool complex = matrix::is_complex<T>::value;
+  const matrix::typed_array<T> view(a);
+  const auto dims = dims_of(a);
+  Array size = tnsize_of(dims);
+  depth.require(kLargeDataLevels);
+  Array data;
+  data.reserve(complex ? 2 * view.size() : view.size());
+  for (const T& x : view) {
+    if constexpr (complex) {
+      append_part<Part>(data, x.real(), nan, depth);
+      append_part<Part>(data, x.imag(), nan, depth);
+    } else {
+      append_part<Part>(data, x, nan, depth);
+    }
+  }
+  check_count(complex ? data.size() / 2 : data.size(), dims);
+  return large_object(element_traits<Part>::name, std::move(size), Value(std::move(data)), complex);
+}
+
+// Small notation has one form for NaN and the infinities, whatever NanType.
+Value small_number(double x, const nesting& depth, std::size_t levels) {
+  if (is_finite(x)) [[likely]] return Value(x);
+  return special_object(special_name(x), depth, levels);
+}
+
+std::size_t checked_count(ixSize d) {
+  if (boost::numeric_cast<ixSize>(boost::numeric_cast<double>(d)) != d)
+    throw boost::numeric::positive_overflow();
+  return std::size_t(d);
+}
+
+// Allocates the nested arrays of a small-notation value: the outermost
+// level is the first dimension. Returns the element storage of each
+// innermost array, indexed by the storage-order position of its outer
+// subscripts.
+std::vector<Value*> allocate_tree(Value& root, std::span<const ixSize> dims) {
+  struct node {
+    Value* value;
+    std::size_t offset;
+  };
+  std::vector<node> level{{&root, 0}}, next;
+  std::size_t stride = 1;
+  for (std::size_t l = 0; l + 1 < dims.size(); ++l) {
+    const std::size_t n = checked_count(dims[l]);
+    next.clear();
+    next.reserve(level.size() * n);
+    for (const node& parent : level) {
+      *parent.value = Value(Array(n));
+      Value* children = parent.value->as_array().data();
+      for (std::size_t i = 0; i < n; ++i) next.push_back({children + i, parent.offset + i * stride});
+    }
+    stride *= n;
+    level.swap(next);
+  }
+  const std::size_t last = checked_count(dims.back());
+  std::vector<Value*> leaves(level.size());
+  for (const node& leaf : level) {
+    *leaf.value = Value(Array(last));
+    leaves[leaf.offset] = leaf.value->as_array().data();
+  }
+  return leaves;
+}
+
+// Non-empty arrays in small notation. An N-by-1 column is one flat array;
+// every other shape nests one level per dimension, so that a row 1-by-N is
+// [[...]] and reads back as a row. element(x, levels) makes one entry.
+template <class T, class Element>
+Value write_nested(const matrix::typed_array<T>& view, std::span<const ixSize> dims, const nesting& depth,
+                   Element element) {
+  if (dims.size() == 2 && dims[1] == 1) {
+    depth.require(1);
+    Array out;
+    out.reserve(view.size());
+    for (const T& x : view) out.push_back(element(x, 2));
+    return Value(std::move(out));
+  }
+  const std::size_t levels = dims.size();
+  depth.require(levels);
+  Value root;
+  const std::vector<Value*> leaves = allocate_tree(root, dims);
+  // Storage position s is leaf s % inner, entry s / inner: one pass over
+  // the data in storage order.
+  const std::size_t inner = leaves.size(), last = std::size_t(dims.back());
+  const T* x = view.data();
+  for (std::size_t entry = 0; entry < last; ++entry)
+    for (std::size_t leaf = 0; leaf < inner; ++leaf) leaves[leaf][entry] = element(*x++, levels + 1);
+  return root;
+}
+
+}  // namespace
+
+Value write_numeric_large(const ixArray* a, NanType nan, const nesting& depth) {
+  Value out;
+  const bool complex = ixIsComplex(a);
+  const bool numeric = with_numeric_class(ixGetClassID(a), [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    out = complex ? write_large<std::complex<T>>(a, nan, depth) : write_large<T>(a, nan, depth);
+  });
+  if (!numeric) throw IxUnsupportedType(ixGetClassName(a));
+  return out;
+}
+
+Value write_double_small(const ixArray* a, NanType nan, const nesting& depth) {
+  const matrix::typed_array<double> view(a);
+  const auto dims = dims_of(a);
+  if (is_2d(dims, 0, 0)) {
+    depth.require(1);
+    return Value(Array());
+  }
+  if (is_2d(dims, 1, 1)) return small_number(view[0], depth, 1);
+  if (count_of(dims) == 0) return write_large<double>(a, nan, depth);
+  return write_nested(view, dims, depth, [&](double x, std::size_t levels) { return small_number(x, depth, levels); });
+}
+
+Value write_logical_large(const ixArray* a, const nesting& depth) {
+  return write_large<bool>(a, NanType::string, depth);
+}
+
+Value write_logical_small(const ixArray* a, const nesting& depth) {
+  const matrix::typed_array<bool> view(a);
+  const auto dims = dims_of(a);
+  if (count_of(dims) == 0) return write_large<bool>(a, NanType::string, depth);
+  if (is_2d(dims, 1, 1)) return Value(view[0]);
+  return write_nested(view, dims, depth, [](bool b, std::size_t) { return Value(b); });
+}
+
+}  // namespace ixtal_json::detail
