@@ -1,15 +1,23 @@
 #!/usr/bin/env bash
-# Builds the project and runs the command-line host on an example.
+# Builds the project and runs the command-line host on the examples: a
+# matrix, a response with mixed outputs, a structure array, a conversion to
+# small notation, and a document with a syntax error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF >/dev/null
 cmake --build build -j2 >/dev/null
-if [ -x build/bin/dovra-json ]; then
-  for f in examples/*.json; do
-    echo "\$ dovra-json decode $f"
-    build/bin/dovra-json decode "$f" || true
-  done
-else
-  build/bin/dovra-demo-host
-fi
+
+session() {
+  echo "\$ dovra-json $*"
+  local status=0
+  build/bin/dovra-json "$@" 2>&1 || status=$?
+  [ "$status" -eq 0 ] || echo "(exit status $status)"
+  echo
+}
+session decode examples/matrix.json
+session decode --lhs examples/response.json
+session decode examples/stations.json
+session encode --format small examples/matrix.json
+session decode examples/broken.json
+session decode --error-format json examples/broken.json
