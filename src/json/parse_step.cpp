@@ -1,9 +1,90 @@
-// Placeholder until the parser lands.
 #include "json/parse_step.hpp"
 
-#include <stdexcept>
+#include <optional>
+#include <string_view>
+
+#include "errors/ix_err_msg_id.hpp"
+#include "errors/keys.hpp"
+#include "host/text_argument.hpp"
+#include "ixtal/catalog.hpp"
+#include "ixtal/text.hpp"
+#include "json/parser.hpp"
+#include "json/parser_exception.hpp"
 
 namespace dovra_json {
-foundation::json::Value parse(const std::string&, unsigned char) { throw std::logic_error("parser not built yet"); }
-foundation::json::Value parse_text_argument(const ixArray*) { throw std::logic_error("parser not built yet"); }
+
+namespace fj = foundation::json;
+
+fj::Value parse(const std::string& utf8, unsigned char flags) {
+  const char* const begin = utf8.data();
+  const char* const end = begin + utf8.size();
+  const char* cur = begin;
+  fj::Value root;
+  if (const fj::ParseResult r = parse_value(cur, end, flags, root); r != fj::kParseOk)
+    throw fj::ParserException(begin, cur, end, r, fj::get_parse_result_description(r));
+  if (cur != end) throw fj::ParserException(begin, cur, end, fj::kParseOk, "Parse incomplete");
+  return root;
+}
+
+namespace {
+
+// Everything the user is told about a failed parse; the exception itself is
+// gone by the time the error is raised.
+struct ParseFailure {
+  fj::ParseResult code;
+  std::u16string prefix;
+  std::u16string suffix;
+};
+
+ParseFailure describe(const fj::ParserException& e) {
+  using namespace DOVRA::IXTAL::JSON;
+  const auto& locale = fl::i18n::TnLocale::global();
+  const std::string prefix = fl::i18n::MessageCatalog::get_message(
+      DecodeJsonErrPrefix(long(e.line()), long(e.column()), long(e.offset())), locale);
+  const std::string caret_line = std::string(e.caret(), ' ') + '^';
+  const std::string suffix =
+      fl::i18n::MessageCatalog::get_message(DecodeJsonErrSuffix(e.context(), caret_line), locale);
+  const fl::i18n::codecvt_string_to_ustring to_u16("UTF-8");
+  return {e.result(), to_u16(prefix), to_u16(suffix)};
+}
+
+[[noreturn]] void raise(const ParseFailure& f) {
+  using namespace DOVRA::IXTAL::JSON;
+  switch (f.code) {
+    case fj::kInvalidUnicodeEscape: ixErrMsgId(DecodeCharInvalidUnicodeEscape(f.prefix, f.suffix));
+    case fj::kInvalidEscape: ixErrMsgId(DecodeCharInvalidEscape(f.prefix, f.suffix));
+    case fj::kFractionDigitExpected: ixErrMsgId(DecodeNumberInvalidFractionalComponent(f.prefix, f.suffix));
+    case fj::kExponentDigitExpected: ixErrMsgId(DecodeNumberInvalidExponent(f.prefix, f.suffix));
+    case fj::kColonExpected: ixErrMsgId(DecodeObjectNoColonAfterName(f.prefix, f.suffix));
+    case fj::kUnexpectedEnd: ixErrMsgId(DecodeIncomplete(f.prefix, f.suffix));
+    case fj::kNestingTooDeep: ixErrMsgId(DecodeNestingTooDeep(f.prefix, f.suffix));
+    // Text after a complete value (code 0) lands here too: the value was
+    // fine, what follows it is not.
+    default: ixErrMsgId(DecodeUnexpectedValue(f.prefix, f.suffix));
+  }
+}
+
+}  // namespace
+
+fj::Value parse_text_argument(const ixArray* arg) {
+  std::optional<std::u16string_view> text;
+  try {
+    text = dovra_host::read_text_argument(arg, dovra_host::TextShape::any);
+  } catch (...) {
+    // Whatever made the argument unreadable, the caller hears one thing.
+  }
+  if (!text) ixErrMsgId(IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector());
+
+  std::string utf8;
+  if (!text->empty()) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(text->data(), text->size(), utf8);
+
+  std::optional<ParseFailure> failure;
+  try {
+    return parse(utf8, 0);
+  } catch (const fj::ParserException& e) {
+    failure = describe(e);
+  }
+  raise(*failure);
+}
+
 }  // namespace dovra_json

@@ -1,0 +1,424 @@
+// The parser: accepted and rejected text with codes and positions, the
+// first-byte dispatch against the ordered choice as written, and the number
+// and UTF-16 conversions it relies on.
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "foundation/json/serializer.hpp"
+#include "foundation/json/support.hpp"
+#include "json/limits.hpp"
+#include "json/parse_step.hpp"
+#include "json/parser.hpp"
+#include "json/parser_exception.hpp"
+
+namespace {
+
+namespace fj = foundation::json;
+using fj::Array;
+using fj::Object;
+using fj::Value;
+using namespace std::string_literals;
+
+std::string shown(const std::string& text) { return fj::Serializer().to_string(Value(text)); }
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+Value nested_value(std::size_t depth) {
+  Value v = Array{};
+  while (--depth) {
+    Array outer;
+    outer.push_back(std::move(v));
+    v = Value(std::move(outer));
+  }
+  return v;
+}
+
+struct Accepted {
+  std::string text;
+  Value expected;
+  unsigned char flags = 0;
+};
+
+TEST(json_parser, AcceptsAndBuildsTheTree) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const Accepted rows[] = {
+      {"0123", 123.0},
+      {"-007", -7.0},
+      {"0.5", 0.5},
+      {"-1.25E+2", -125.0},
+      {"1e400", inf},
+      {"-1e400", -inf},
+      {"[ 1 , 2 ]", Array{1, 2}},
+      {"[\t\n\r 1 \v\f]", Array{1}},
+      {"{ \"a\" : 1 }", Object{{"a", 1}}},
+      {"{\"a\":1,\"a\":2}", Object{{"a", 1}}},
+      {"[true,false,null,[],{}]", Array{true, false, fj::Null{}, Array{}, Object{}}},
+      {"\"\\\"\\\\\\/\\b\\f\\n\\r\\t\"", "\"\\/\b\f\n\r\t"},
+      {"\"\\u00e9\\u00C9\"", "\xC3\xA9\xC3\x89"},
+      {"\"\\ud83d\\ude00\"", "\xF0\x9F\x98\x80"},
+      {"\"\\ud83d\\u0041\"", "\xEF\xBF\xBD" "A"},  // high surrogate without its pair
+      {"\"\\udc00\"", "\xEF\xBF\xBD"},             // lone low surrogate
+      {"\"a\\u0000b\"", "a\0b"s},
+      {"\"\t\n\x01\x7F\xFF\"", "\t\n\x01\x7F\xFF"},  // taken unchecked
+      {"[1,/* x */2 // y\n]", Array{1, 2}, dovra_json::kAllowComments},
+      {"[/**/]", Array{}, dovra_json::kAllowComments},
+      {nested(dovra_json::kMaxNestingDepth), nested_value(dovra_json::kMaxNestingDepth)},
+  };
+  for (const auto& row : rows) {
+    Value got;
+    EXPECT_NO_THROW(got = dovra_json::parse(row.text, row.flags)) << shown(row.text);
+    EXPECT_EQ(got, row.expected) << shown(row.text);
+  }
+  EXPECT_TRUE(std::signbit(dovra_json::parse("-0").as_double()));
+}
+
+struct Rejected {
+  std::string text;
+  int code;  // 0: a complete value with more text after it
+  std::size_t offset;
+  unsigned char flags = 0;
+};
+
+TEST(json_parser, RejectsWithCodeAndPosition) {
+  const std::string too_deep = nested(dovra_json::kMaxNestingDepth + 1);
+  const Rejected rows[] = {
+      {"", 19, 0},
+      {" 1", 8, 0},             // ^ no white space before the value
+      {"1 ", 0, 1},             //  ^ nor after it
+      {"1\n", 0, 1},
+      {"[1,]", 8, 3},           //    ^ the string's code wins the tie
+      {"{\"a\":1,}", 8, 7},
+      {"0123.5", 0, 4},         //     ^ digits after a leading zero take no fraction
+      {"01.5", 0, 2},
+      {"1.", 19, 2},
+      {"-", 19, 1},
+      {"1e+", 19, 3},
+      {"1.x", 12, 2},
+      {"1ex", 13, 2},
+      {"1e-x", 13, 3},
+      {"-x", 11, 1},
+      {"[-]", 11, 2},
+      {".5", 8, 0},
+      {"+1", 8, 0},
+      {"tru", 8, 0},            // ^ a failed literal does not advance
+      {"nul", 8, 0},
+      {"truex", 0, 4},
+      {"[truex]", 15, 5},
+      {"[1 2]", 15, 3},
+      {"[1", 19, 2},
+      {"[", 19, 1},
+      {"]", 8, 0},
+      {"{", 19, 1},
+      {"{1:2}", 8, 1},
+      {"{\"a\" 1}", 18, 5},
+      {"{\"a\"", 19, 4},
+      {"{\"a\":", 19, 5},
+      {"{\"a\":1 \"b\":2}", 17, 7},
+      {"\"abc", 19, 4},
+      {"\"a\\q\"", 6, 2},       //   ^ escapes report their backslash
+      {"\"a\\", 19, 2},
+      {"\"\\u12\"", 19, 1},
+      {"\"\\u12g4\"", 5, 1},
+      {"\"\\ud83d\"", 19, 1},   // fewer than six bytes after a high surrogate
+      {"[\"\\ud83d\"]", 19, 2},
+      {"\"\\ud83dabcdef\"", 5, 1},
+      {"\"\\ud83d\\u12g4\"", 5, 1},
+      {"/* c */1", 8, 0, dovra_json::kAllowComments},
+      {"[1,/* c */2]", 8, 3},   // comments are off by default
+      {"[1,/* open", 19, 10, dovra_json::kAllowComments},
+      {"[1,// open", 19, 10, dovra_json::kAllowComments},
+      {"[1 /x]", 15, 3, dovra_json::kAllowComments},
+      {"[1,/", 8, 3, dovra_json::kAllowComments},
+      {too_deep, 20, dovra_json::kMaxNestingDepth},
+      {"[" + too_deep + "]", 20, dovra_json::kMaxNestingDepth},
+      {std::string(dovra_json::kMaxNestingDepth, '[') + "{\"a\":1}", 20, dovra_json::kMaxNestingDepth},
+  };
+  for (const auto& row : rows) {
+    try {
+      dovra_json::parse(row.text, row.flags);
+      ADD_FAILURE() << shown(row.text) << " was accepted";
+    } catch (const fj::ParserException& e) {
+      EXPECT_EQ(e.result(), row.code) << shown(row.text);
+      EXPECT_EQ(e.offset(), row.offset) << shown(row.text);
+    }
+  }
+}
+
+// The rule as written: six alternatives tried from the same start, each
+// with its own cursor; the first success wins, else the failure that got
+// furthest, the earlier alternative among equals.
+class OrderedChoice {
+ public:
+  explicit OrderedChoice(const char* end) : end_(end) {}
+
+  int value(const char*& p, Value& out) {
+    const char* at[6];
+    int code[6];
+    Value v[6];
+    for (int i = 0; i < 6; ++i) {
+      at[i] = p;
+      std::string s;
+      switch (i) {
+        case 0: code[i] = string(at[i], s); v[i] = Value(s); break;
+        case 1: code[i] = number(at[i], v[i]); break;
+        case 2: code[i] = object(at[i], v[i]); break;
+        case 3: code[i] = array(at[i], v[i]); break;
+        case 4:
+          v[i] = Value(true);
+          if ((code[i] = literal(at[i], "true", 2)) != 0) v[i] = Value(false), code[i] = literal(at[i], "false", 2);
+          break;
+        case 5: code[i] = literal(at[i], "null", 1); v[i] = Value(fj::Null{}); break;
+      }
+      if (code[i] == 0) {
+        p = at[i];
+        out = v[i];
+        return 0;
+      }
+    }
+    int best = 0;
+    for (int i = 1; i < 6; ++i)
+      if (at[i] > at[best]) best = i;
+    p = at[best];
+    return code[best];
+  }
+
+ private:
+  int literal(const char*& p, const char* word, int mismatch) {
+    const std::size_t n = std::strlen(word), left = std::size_t(end_ - p);
+    if (left < n) return std::memcmp(p, word, left) == 0 ? 19 : mismatch;
+    if (std::memcmp(p, word, n) != 0) return mismatch;
+    p += n;
+    return 0;
+  }
+  int hex4(const char* p) {
+    int u = 0;
+    for (int i = 0; i < 4; ++i) {
+      if (!std::isxdigit(static_cast<unsigned char>(p[i]))) return -1;
+      u = u * 16 + (std::isdigit(static_cast<unsigned char>(p[i])) ? p[i] - '0' : (p[i] | 0x20) - 'a' + 10);
+    }
+    return u;
+  }
+  int string(const char*& p, std::string& s) {
+    if (p == end_) return 19;
+    if (*p++ != '"') return --p, 8;
+    for (;;) {
+      if (p == end_) return 19;
+      if (*p == '"') return ++p, 0;
+      if (*p != '\\') {
+        s += *p++;
+        continue;
+      }
+      const char* e = p + 1;
+      if (e == end_) return 19;
+      const char* simple = std::strchr("\"/\\bfnrt", *e);
+      if (*e && simple) {
+        s += "\"/\\\b\f\n\r\t"[simple - "\"/\\bfnrt"];
+        p = e + 1;
+        continue;
+      }
+      if (*e != 'u') return 6;
+      if (end_ - ++e < 4) return 19;
+      const int first = hex4(e);
+      if (first < 0) return 5;
+      e += 4;
+      if (first >= 0xD800 && first <= 0xDBFF) {
+        if (end_ - e < 6) return 19;
+        if (e[0] != '\\' || e[1] != 'u') return 5;
+        const int second = hex4(e + 2);
+        if (second < 0) return 5;
+        fj::detail::u16_to_u8(char16_t(first), char16_t(second), true, s);
+        p = e + 6;
+      } else {
+        fj::detail::u16_to_u8(char16_t(first), 0, false, s);
+        p = e;
+      }
+    }
+  }
+  bool digit() const { return p_ != end_ && *p_ >= '0' && *p_ <= '9'; }
+  int number(const char*& p, Value& out) {
+    const char* first = p;
+    p_ = p;
+    int r = number_steps();
+    p = p_;
+    if (r == 0) out = Value(std::strtod(std::string(first, p).c_str(), nullptr));
+    return r;
+  }
+  int number_steps() {
+    if (p_ == end_) return 19;
+    if (*p_ == '-' && ++p_ == end_) return 19;
+    if (*p_ == '0') {
+      if (++p_ == end_) return 0;
+      if (*p_ != '.') goto digits;
+    } else {
+      if (!digit()) return 11;
+      while (digit()) ++p_;
+      if (p_ == end_ || *p_ != '.') goto exponent;
+    }
+    if (++p_ == end_) return 19;
+    if (!digit()) return 12;
+  digits:
+    while (digit()) ++p_;
+  exponent:
+    if (p_ == end_ || (*p_ != 'e' && *p_ != 'E')) return 0;
+    if (++p_ == end_) return 19;
+    if ((*p_ == '+' || *p_ == '-') && ++p_ == end_) return 19;
+    if (!digit()) return 13;
+    while (digit()) ++p_;
+    return 0;
+  }
+  void space(const char*& p) {
+    while (p != end_ && std::strchr(" \t\n\v\f\r", *p) && *p) ++p;
+  }
+  template <class Container, class Element>
+  int container(const char*& p, Value& out, char open, char close, int not_open, int no_separator, Element element) {
+    if (p == end_) return 19;
+    if (*p != open) return not_open;
+    ++p, space(p);
+    if (p == end_) return 19;
+    Container c;
+    if (*p == close) return ++p, out = Value(c), 0;
+    for (;;) {
+      if (int r = element(p, c)) return r;
+      space(p);
+      if (p == end_) return 19;
+      if (*p == close) return ++p, out = Value(c), 0;
+      if (*p != ',') return no_separator;
+      ++p, space(p);
+    }
+  }
+  int array(const char*& p, Value& out) {
+    return container<Array>(p, out, '[', ']', 14, 15, [this](const char*& q, Array& a) {
+      Value v;
+      int r = value(q, v);
+      if (r == 0) a.push_back(v);
+      return r;
+    });
+  }
+  int object(const char*& p, Value& out) {
+    return container<Object>(p, out, '{', '}', 16, 17, [this](const char*& q, Object& o) {
+      std::string name;
+      if (int r = string(q, name)) return r;
+      space(q);
+      if (q == end_) return 19;
+      if (*q != ':') return 18;
+      ++q, space(q);
+      Value v;
+      if (int r = value(q, v)) return r;
+      o.emplace(name, v);
+      return 0;
+    });
+  }
+
+  const char* end_;
+  const char* p_ = nullptr;
+};
+
+std::string mutated(std::string s, std::mt19937& rng) {
+  static const std::string kBytes = "{}[],:\"\\/-+.0123456789eEutfnrlsa* \n\x01\xC3";
+  const int edits = 1 + int(rng() % 3);
+  for (int i = 0; i < edits; ++i) {
+    const std::size_t at = s.empty() ? 0 : rng() % (s.size() + 1);
+    const char b = kBytes[rng() % kBytes.size()];
+    switch (rng() % 4) {
+      case 0: s.insert(at, 1, b); break;
+      case 1: if (at < s.size()) s[at] = b; break;
+      case 2: if (at < s.size()) s.erase(at, 1); break;
+      case 3: s.resize(at); break;
+    }
+  }
+  return s;
+}
+
+TEST(json_parser, FirstByteDispatchAgreesWithTheOrderedChoice) {
+  const std::string seeds[] = {
+      R"({"a":[1,-2.5e+3,0.0E-0,true,false,null],"b":{},"c":"x\u00e9\n\"q"})",
+      R"([0123,-007,"\ud83d\ude00","\ud83dabcdef","\udc00"])",
+      R"({ "k" : [ { } , [ ] , "v" ] , "k" : 1e5 })",
+      R"([[[["deep"]]],{"x":{"y":{"z":-0}}}])",
+      R"("plain \/ text \\ with \b\f\r\t escapes")",
+      "[true, false ,null\t,\n1.5e-7]",
+  };
+  std::mt19937 rng(20240611);
+  std::vector<std::string> inputs;
+  for (const auto& seed : seeds) {
+    for (std::size_t n = 0; n <= seed.size(); ++n) inputs.push_back(seed.substr(0, n));
+    for (int i = 0; i < 4000; ++i) inputs.push_back(mutated(seed, rng));
+  }
+  int failures = 0;
+  for (const auto& text : inputs) {
+    const char* end = text.data() + text.size();
+    const char *fast = text.data(), *slow = text.data();
+    Value fast_value, slow_value;
+    const int fast_code = dovra_json::parse_value(fast, end, 0, fast_value);
+    const int slow_code = OrderedChoice(end).value(slow, slow_value);
+    const bool same = fast_code == slow_code && fast == slow && (fast_code != 0 || fast_value == slow_value);
+    EXPECT_TRUE(same) << shown(text) << ": dispatch " << fast_code << " at " << fast - text.data()
+                      << ", ordered choice " << slow_code << " at " << slow - text.data();
+    if (!same && ++failures == 10) break;
+  }
+}
+
+std::uint64_t bits(double d) { return std::bit_cast<std::uint64_t>(d); }
+
+TEST(json_string_to_double, RoundsCorrectlyAndSaturatesOutOfRange) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const struct {
+    std::string text;
+    double expected;
+  } rows[] = {
+      {"0.1", 0.1},
+      {"9007199254740993", 9007199254740992.0},  // halfway: ties to even
+      {"2.4703282292062328e-324", 4.9406564584124654e-324},
+      {"2.4703282292062327e-324", 0.0},          // just below half the smallest subnormal
+      {"1.7976931348623158e308", 1.7976931348623157e308},
+      {"1.7976931348623159e308", inf},
+      {"1e400", inf},
+      {"-1e400", -inf},
+      {"0.0000001e309", 1e302},
+      {"1000000e303", inf},
+      {"1e-400", 0.0},
+      {"-1e-400", -0.0},
+      {"123456789e-999999999999999999999", 0.0},
+      {"0.000e99999", 0.0},
+      {"1" + std::string(400, '0') + "e-400", 1.0},
+  };
+  for (const auto& row : rows) {
+    const double got = fj::detail::string_to_double(row.text.data(), row.text.data() + row.text.size());
+    EXPECT_EQ(bits(got), bits(row.expected)) << row.text << " gave " << got;
+  }
+}
+
+TEST(json_u16_to_u8, WritesReplacementForUnpairedSurrogates) {
+  const struct {
+    char16_t first, second;
+    bool has_second;
+    std::string expected;
+  } rows[] = {
+      {u'A', 0, false, "A"},
+      {0x00E9, 0, false, "\xC3\xA9"},
+      {0x20AC, 0, false, "\xE2\x82\xAC"},
+      {0, 0, false, "\0"s},
+      {0xD83D, 0xDE00, true, "\xF0\x9F\x98\x80"},
+      {0xDBFF, 0xDFFF, true, "\xF4\x8F\xBF\xBF"},
+      {0xD83D, 0, false, "\xEF\xBF\xBD"},
+      {0xDE00, 0, false, "\xEF\xBF\xBD"},
+      {0xD83D, u'A', true, "\xEF\xBF\xBD" "A"},
+      {0xD83D, 0xD83D, true, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {0xDE00, 0xD83D, true, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+  };
+  for (const auto& row : rows) {
+    std::string out = "x";
+    fj::detail::u16_to_u8(row.first, row.second, row.has_second, out);
+    EXPECT_EQ(out, "x" + row.expected) << std::hex << int(row.first) << " " << int(row.second);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+// The serializer: exact compact and pretty text, numbers, escapes, the
+// refusal of non-finite numbers, and round trips through the parser.
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "foundation/json/serializer.hpp"
+#include "json/parse_step.hpp"
+
+namespace {
+
+namespace fj = foundation::json;
+using fj::Array;
+using fj::Object;
+using fj::Value;
+using namespace std::string_literals;
+
+std::string compact(const Value& v) { return fj::Serializer().to_string(v); }
+std::string pretty(const Value& v) {
+  fj::Serializer s;
+  s.pretty_print(true);
+  return s.to_string(v);
+}
+
+TEST(json_serializer, WritesCompactAndPrettyText) {
+  const struct {
+    Value value;
+    std::string compact, pretty;
+  } rows[] = {
+      {Object{{"b", Object{}}, {"a", Array{1, "x", Array{}}}},
+       R"({"a":[1,"x",[]],"b":{}})",
+       "{\n  \"a\": [\n    1,\n    \"x\",\n    []\n  ],\n  \"b\": {}\n}"},
+      {Array{Object{{"k", fj::Null{}}}}, R"([{"k":null}])", "[\n  {\n    \"k\": null\n  }\n]"},
+      {Array{}, "[]", "[]"},
+      {Value(), "null", "null"},  // Undefined has no text of its own
+      {true, "true", "true"},
+      {5.0, "5", "5"},
+      {-0.0, "-0", "-0"},
+      {0.1, "0.1", "0.1"},
+      {1e21, "1e+21", "1e+21"},
+      {4.9406564584124654e-324, "5e-324", "5e-324"},
+      {0.1f, "0.1", "0.1"},
+      {16777216.0f, "16777216", "16777216"},
+      {FLT_MAX, "3.4028234663852886e+38", "3.4028234663852886e+38"},  // 3.4028235e+38 would overflow a float
+      {-FLT_MAX, "-3.4028234663852886e+38", "-3.4028234663852886e+38"},
+      {FLT_TRUE_MIN, "1e-45", "1e-45"},
+      {"q\"b\\s/", R"("q\"b\\s/")", R"("q\"b\\s/")"},
+      {"\b\f\n\r\t\x01\x1f\x7f\xC3\xA9"s + '\0', R"("\b\f\n\r\t\u0001\u001f)" "\x7f\xC3\xA9" R"(\u0000")", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(compact(row.value), row.compact) << row.compact;
+    if (!row.pretty.empty()) {
+      EXPECT_EQ(pretty(row.value), row.pretty) << row.compact;
+    }
+  }
+  std::ostringstream os;
+  fj::Serializer().write(os, rows[0].value);
+  EXPECT_EQ(os.str(), rows[0].compact);
+}
+
+// Whole numbers take a shortcut that must still pick the shortest form.
+TEST(json_serializer, WholeNumbersGetTheShortestText) {
+  std::mt19937_64 rng(3);
+  for (int i = 0; i < 100000; ++i) {
+    const double magnitude = std::pow(10.0, double(rng() % 17));
+    double d = std::floor(double(rng() % 1000) * magnitude / double(1 + rng() % 1000));
+    if (rng() % 4 == 0) d = std::round(d / magnitude) * magnitude;  // trailing zeros
+    if (rng() % 2) d = -d;
+    char buf[32];
+    const std::string general(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
+    ASSERT_EQ(compact(d), general);
+  }
+}
+
+TEST(json_serializer, RefusesNonFiniteNumbersAndLeavesNoPartialText) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const Value bad[] = {std::nan(""), -inf, std::numeric_limits<float>::infinity(), std::nanf(""),
+                       Object{{"a", Array{1, "x", Object{{"z", inf}}}}}};
+  for (const auto& v : bad) {
+    std::string out = "kept";
+    EXPECT_THROW(fj::Serializer().write(out, v), std::domain_error);
+    EXPECT_EQ(out, "kept");
+  }
+}
+
+// Random trees of every alternative the parser can read back, plus floats.
+class TreeMaker {
+ public:
+  explicit TreeMaker(unsigned seed) : rng_(seed) {}
+
+  Value make(int depth) {
+    switch (rng_() % (depth > 0 ? 9 : 6)) {
+      case 0: return fj::Null{};
+      case 1: return rng_() % 2 == 0;
+      case 2: return finite<double>();
+      case 3: return finite<float>();
+      case 4: return Value(double(int(rng_() % 2001) - 1000));
+      case 5: return text();
+      case 6: case 7: {
+        Array a(rng_() % 5);
+        for (auto& e : a) e = make(depth - 1);
+        return a;
+      }
+      default: {
+        Object o;
+        for (auto n = rng_() % 5; n > 0; --n) o.emplace(text(), make(depth - 1));
+        return o;
+      }
+    }
+  }
+
+ private:
+  template <class T>
+  T finite() {
+    for (;;) {
+      using Bits = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+      const T v = std::bit_cast<T>(static_cast<Bits>(rng_()));
+      if (std::isfinite(v)) return v;
+    }
+  }
+  std::string text() {
+    std::string s(rng_() % 12, '\0');
+    for (auto& c : s) c = char(rng_() % 256);  // every byte, NUL and invalid UTF-8 included
+    return s;
+  }
+  std::mt19937_64 rng_;
+};
+
+// A float comes back as a double that narrows to it; all else as it was.
+::testing::AssertionResult same(const Value& sent, const Value& got) {
+  if (sent.is_float()) {
+    if (got.is_double() && std::fabs(got.as_double()) <= FLT_MAX && float(got.as_double()) == sent.as_float() &&
+        std::signbit(got.as_double()) == std::signbit(sent.as_float()))
+      return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "float " << sent.as_float() << " came back as " << compact(got);
+  }
+  if (sent.index() != got.index()) return ::testing::AssertionFailure() << compact(sent) << " came back as " << compact(got);
+  if (sent.is_array()) {
+    if (sent.as_array().size() != got.as_array().size()) return ::testing::AssertionFailure() << "array size";
+    for (std::size_t i = 0; i < sent.as_array().size(); ++i)
+      if (auto r = same(sent.as_array()[i], got.as_array()[i]); !r) return r;
+    return ::testing::AssertionSuccess();
+  }
+  if (sent.is_object()) {
+    if (sent.as_object().size() != got.as_object().size()) return ::testing::AssertionFailure() << "object size";
+    for (auto s = sent.as_object().begin(), g = got.as_object().begin(); s != sent.as_object().end(); ++s, ++g) {
+      if (s->first != g->first) return ::testing::AssertionFailure() << "name " << s->first << " vs " << g->first;
+      if (auto r = same(s->second, g->second); !r) return r;
+    }
+    return ::testing::AssertionSuccess();
+  }
+  if (sent.is_double() && std::signbit(sent.as_double()) != std::signbit(got.as_double()))
+    return ::testing::AssertionFailure() << "sign of zero lost";
+  if (sent == got) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << compact(sent) << " came back as " << compact(got);
+}
+
+TEST(json_serializer, ParserReadsBackWhatItWrites) {
+  for (unsigned seed = 1; seed <= 300; ++seed) {
+    TreeMaker maker(seed);
+    const Value tree = maker.make(5);
+    for (const std::string& text : {compact(tree), pretty(tree)}) {
+      Value back;
+      ASSERT_NO_THROW(back = dovra_json::parse(text)) << "seed " << seed << ": " << text;
+      ASSERT_TRUE(same(tree, back)) << "seed " << seed << ": " << text;
+    }
+  }
+}
+
+}  // namespace
