@@ -1,0 +1,114 @@
+#include "decode/containers.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "decode/driver.hpp"
+#include "decode/flat_data.hpp"
+#include "errors/conversion_exceptions.hpp"
+#include "ixtal/string_array.hpp"
+#include "ixtal/text.hpp"
+
+namespace ixtal_json::detail {
+
+namespace {
+
+using foundation::json::Array;
+using foundation::json::Object;
+using foundation::json::traits;
+using foundation::json::Value;
+
+constexpr const char* kCellName = "cell";
+constexpr const char* kStructName = "struct";
+constexpr const char* kStringName = "string";
+
+// A structure whose field names are the keys of obj, in its order.
+matrix::owned_array new_struct(const dims_vector& dims, const Object& obj) {
+  std::vector<std::string> names;
+  names.reserve(obj.size());
+  for (const auto& member : obj) names.push_back(member.first);
+  return matrix::owned_array(ixCreateStructArray(dims.size(), dims.data(), int(names.size()), names.data()));
+}
+
+// The container takes the value only once it is stored.
+void set_field(ixArray* s, ixSize index, int field, matrix::owned_array value) {
+  ixSetFieldByNumber(s, index, field, value.get());
+  value.release();
+}
+
+}  // namespace
+
+matrix::owned_array read_cell(const large_format_context& ctx) {
+  if (!ctx.data.is_array()) throw InvalidTNDataType(kCellName, traits<Array>::name);
+  const Array& items = ctx.data.as_array();
+  if (items.size() != element_count(ctx.dims)) throw MismatchedTNSize();
+  matrix::owned_array cell(ixCreateCellArray(ctx.dims.size(), ctx.dims.data()));
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    auto value = decode_element(items[i]);
+    ixSetCell(cell.get(), i, value.get());
+    value.release();
+  }
+  return cell;
+}
+
+matrix::owned_array read_struct(const large_format_context& ctx) {
+  if (!ctx.data.is_object()) throw InvalidTNDataType(kStructName, traits<Object>::name);
+  const Object& fields = ctx.data.as_object();
+  const ixSize count = element_count(ctx.dims);
+  for (const auto& [name, values] : fields) {
+    if (!values.is_array()) throw InvalidTNDataType(kStructName, traits<Array>::name);
+    if (values.as_array().size() != count) throw MismatchedTNSize();
+  }
+  // Without fields no data speak for the size, but a size beyond 64 bits
+  // is still not one an array can have.
+  if (count == kUncountable) throw MismatchedTNSize();
+
+  auto s = new_struct(ctx.dims, fields);
+  int field = 0;
+  // Field by field, as the text lists them, so the first bad value in the
+  // text is the one reported.
+  for (const auto& member : fields) {
+    const Array& values = member.second.as_array();
+    for (std::size_t i = 0; i < values.size(); ++i) set_field(s.get(), i, field, decode_element(values[i]));
+    ++field;
+  }
+  return s;
+}
+
+matrix::owned_array read_string_array(const large_format_context& ctx) {
+  if (!ctx.data.is_array()) throw InvalidTNDataType(kStringName, traits<Array>::name);
+  const Array& items = ctx.data.as_array();
+  // Each element must be a string, or null for a missing one.
+  const auto check = [](const Value& v) {
+    if (!v.is_string() && !v.is_null()) throw InvalidTNDataType(kStringName, traits<std::string>::name);
+  };
+  const ixSize count = element_count(ctx.dims);
+  if (items.size() != count) report_size_mismatch(items, count, false, check);
+
+  matrix::owned_array strings(ixCreateStringArray(ctx.dims.size(), ctx.dims.data()));
+  const fl::i18n::codecvt_string_to_ustring from_utf8("UTF-8");
+  std::u16string text;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    const Value& v = items[i];
+    check(v);
+    if (v.is_null()) {
+      Tovenar::String::setString(strings.get(), i, std::nullopt);
+      continue;
+    }
+    text.clear();
+    from_utf8.convert(v.as_string().data(), v.as_string().size(), text);
+    Tovenar::String::setString(strings.get(), i, std::u16string_view(text));
+  }
+  return strings;
+}
+
+matrix::owned_array read_plain_struct(const Object& obj) {
+  const dims_vector one{1, 1};
+  auto s = new_struct(one, obj);
+  int field = 0;
+  for (const auto& member : obj) set_field(s.get(), 0, field++, decode_element(member.second));
+  return s;
+}
+
+}  // namespace ixtal_json::detail

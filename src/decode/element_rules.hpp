@@ -1,0 +1,72 @@
+#pragma once
+
+// One rule per element class: a JSON value from "tndata" or from a
+// small-notation array to one host element. A rule answers false instead of
+// throwing, so the fill loops stay free of exceptions and each caller
+// reports a refusal in its own terms (large notation by class, small
+// notation as a mix of kinds).
+
+#include <cmath>
+#include <limits>
+#include <type_traits>
+
+#include "errors/conversion_exceptions.hpp"
+#include "decode/special_float.hpp"
+#include "foundation/json/value.hpp"
+#include "host/class_traits.hpp"
+
+namespace ixtal_json::detail {
+
+template <class T>
+inline constexpr bool is_integer_element = std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                           !std::is_same_v<T, char16_t>;
+
+// Integers: an integral JSON number strictly inside the class's bounds.
+// trunc(x) != x also refuses NaN; infinities pass it and fail the bounds.
+template <class T>
+  requires is_integer_element<T>
+inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
+  if (!v.is_double()) return false;
+  const double x = v.as_double();
+  if (std::trunc(x) != x) return false;
+  if (!(x > integer_lower<T> && x < integer_upper<T>)) return false;
+  out = static_cast<T>(x);
+  return true;
+}
+
+// Floating classes: a JSON number or a special float object. A number for
+// a narrower class must lie in the closed range of its finite values (no
+// rounding up to infinity) and then narrows to the nearest value, tiny
+// magnitudes to zero. double takes every number as it stands.
+template <class T>
+  requires std::is_floating_point_v<T>
+inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
+  double x;
+  if (v.is_double()) {
+    x = v.as_double();
+    if constexpr (!std::is_same_v<T, double>) {
+      constexpr double largest = static_cast<double>(std::numeric_limits<T>::max());
+      if (x < -largest || x > largest) return false;
+    }
+  } else if (!v.is_object() || !read_special_float(v.as_object(), x)) {
+    return false;
+  }
+  out = static_cast<T>(x);
+  return true;
+}
+
+inline bool convert_element(const foundation::json::Value& v, bool& out) noexcept {
+  if (!v.is_bool()) return false;
+  out = v.as_bool();
+  return true;
+}
+
+// What large notation reports when the rule of T refuses an element.
+template <class T>
+[[noreturn]] void throw_element_error() {
+  if constexpr (std::is_same_v<T, bool>) throw InvalidLogicalElem();
+  else if constexpr (std::is_floating_point_v<T>) throw InvalidFloatingElem(element_traits<T>::name);
+  else throw InvalidIntegralElem(element_traits<T>::name);
+}
+
+}  // namespace ixtal_json::detail

@@ -1,0 +1,141 @@
+#include "decode/large_notation.hpp"
+
+#include <cmath>
+#include <string>
+
+#include "decode/char_data.hpp"
+#include "decode/containers.hpp"
+#include "decode/driver.hpp"
+#include "decode/element_rules.hpp"
+#include "decode/flat_data.hpp"
+#include "decode/ixtal_type.hpp"
+#include "decode/special_float.hpp"
+#include "errors/conversion_exceptions.hpp"
+#include "host/json_keys.hpp"
+
+namespace ixtal_json {
+
+namespace detail {
+namespace {
+
+using foundation::json::Array;
+using foundation::json::Object;
+using foundation::json::traits;
+using foundation::json::Value;
+
+// Each entry an integral number in [0, 2^64); at least two entries. Zero is
+// a size like any other.
+dims_vector read_tnsize(const Array& entries) {
+  dims_vector dims;
+  for (const Value& e : entries) {
+    if (!e.is_double()) throw InvalidTNSize();
+    const double x = e.as_double();
+    if (std::trunc(x) != x || x <= -1.0 || x >= 18446744073709551616.0) throw InvalidTNSize();
+    dims.push_back(static_cast<ixSize>(x));
+  }
+  if (dims.size() < 2) throw InvalidTNSize();
+  return dims;
+}
+
+bool read_tncomplex(const Object& obj) {
+  const auto it = obj.find(keys::tncomplex);
+  if (it == obj.end()) return false;
+  if (!it->second.is_bool()) throw InvalidPropertyType(keys::tncomplex, traits<bool>::name);
+  return it->second.as_bool();
+}
+
+const Array& data_array(const large_format_context& ctx, const char* class_name) {
+  if (!ctx.data.is_array()) throw InvalidTNDataType(class_name, traits<Array>::name);
+  return ctx.data.as_array();
+}
+
+// Numeric and logical data: one value per element (a pair per complex
+// element, which the host stores interleaved just the same), each through
+// the class's element rule.
+template <class T>
+matrix::owned_array read_flat(const Array& data, const dims_vector& dims, bool complex) {
+  const ixSize slots = value_count(element_count(dims), complex);
+  if (data.size() != slots) {
+    report_size_mismatch(data, slots, complex, [](const Value& v) {
+      T x;
+      if (!convert_element(v, x)) throw_element_error<T>();
+    });
+  }
+  auto a = uninitialised_array<T>(dims, complex);
+  T* out = data_of<T>(a);
+  for (const Value& v : data)
+    if (!convert_element(v, *out++)) throw_element_error<T>();
+  return a;
+}
+
+}  // namespace
+}  // namespace detail
+
+// One reader per "tntype".
+template <class Policy>
+struct ixtal_json_large_format_visitor {
+  const detail::large_format_context& ctx;
+
+  template <detail::IxtalType X>
+  typename Policy::result_type operator()(detail::ixtal_type_tag<X>) const {
+    using namespace detail;
+    if constexpr (is_numeric_type(X)) {
+      using T = element_type_of<X>;
+      const Array& data = data_array(ctx, element_traits<T>::name);
+      return read_flat<T>(data, ctx.dims, read_tncomplex(ctx.object));
+    } else if constexpr (X == kLogical) {
+      return read_flat<bool>(data_array(ctx, element_traits<bool>::name), ctx.dims, false);
+    } else if constexpr (X == kChar) {
+      const Array& data = data_array(ctx, element_traits<char16_t>::name);
+      if (data.size() != 1 || !data.front().is_string()) throw InvalidCharArrayTNData();
+      return char_array(data.front().as_string(), ctx.dims);
+    } else if constexpr (X == kCell) {
+      return read_cell(ctx);
+    } else if constexpr (X == kStruct) {
+      return read_struct(ctx);
+    } else if constexpr (X == kString) {
+      return read_string_array(ctx);
+    } else {
+      // The embedded host has no user-defined classes, so no class object
+      // or enumeration can be made whatever the data say.
+      static_assert(X == kObject || X == kEnum);
+      throw InvalidTNType(ixtal_type_name(X));
+    }
+  }
+};
+
+namespace detail {
+
+matrix::owned_array decode_object(const Object& obj) {
+  const auto end = obj.end();
+  const auto type_it = obj.find(keys::tntype);
+  const auto data_it = obj.find(keys::tndata);
+
+  if (type_it != end) {
+    const auto size_it = obj.find(keys::tnsize);
+    if (size_it == end || data_it == end) throw MissingTNSizeOrTNData();
+    if (!size_it->second.is_array()) throw InvalidPropertyType(keys::tnsize, traits<Array>::name);
+    if (!type_it->second.is_string()) throw InvalidPropertyType(keys::tntype, traits<std::string>::name);
+    const std::string& name = type_it->second.as_string();
+    IxtalType type;
+    try {
+      type = ixtal_type_for_name(name);
+    } catch (...) {
+      throw InvalidTNType(name);
+    }
+    const dims_vector dims = read_tnsize(size_it->second.as_array());
+    const large_format_context ctx{obj, data_it->second, dims};
+    return dispatch_on_IxtalType(type, ixtal_json_large_format_visitor<to_ixArray_visitor>{ctx});
+  }
+
+  if (data_it != end) {
+    double x;
+    if (!read_special_float(obj, x)) throw MissingTNTypeOrTNSize();
+    return matrix::owned_array(ixCreateDoubleScalar(x));
+  }
+
+  return read_plain_struct(obj);
+}
+
+}  // namespace detail
+}  // namespace ixtal_json
