@@ -142,7 +142,8 @@ TEST(Reliability, SizesNoMemoryCouldHoldAreNeverAllocated) {
       {R"({"tntype":"char","tnsize":[100000,100000,100000],"tndata":["abc"]})", mismatched, {}},
       {R"({"tntype":"cell","tnsize":[100000,100000,100000],"tndata":[1]})", mismatched, {}},
       {R"({"tntype":"struct","tnsize":[100000,100000,100000],"tndata":{"a":[1]}})", mismatched, {}},
-      {R"({"tntype":"struct","tnsize":[100000,100000,100000],"tndata":{}})", mismatched, {}},
+      // Without fields a structure of any size holds nothing, so it may be made.
+      {R"({"tntype":"struct","tnsize":[100000,100000,100000],"tndata":{}})", "", {}},
       {R"({"tntype":"string","tnsize":[100000,100000,100000],"tndata":["a"]})", mismatched, {}},
       {R"({"tntype":"double","tnsize":[0,18446744073709549568],"tndata":[]})", "", {}},
   };
@@ -165,14 +166,14 @@ TEST(Reliability, IllFormedTextIsReadNeverTrusted) {
   owned_array arg(ixCreateStringFromUtf16(lone));
   auto out = dovra_test::call(ixtal::kJsonDecodeName, 1, {arg.get()});
   EXPECT_EQ(dovra_test::utf8_of(out[0].get()), "a\xEF\xBF\xBD" "b");
-  EXPECT_EQ(dovra_test::utf8_of(dovra_test::decode(R"("\ud800x\udc00")").get()), "\xEF\xBF\xBDx\xEF\xBF\xBD");
+  EXPECT_EQ(dovra_test::utf8_of(dovra_test::decode(R"("\udc00x\ud800\u0041")").get()), "\xEF\xBF\xBDx\xEF\xBF\xBD" "A");
   // NUL: escaped inside a string it is a character; bare in the text it is a syntax error.
   auto nul = dovra_test::decode(R"("a\u0000b")");
   EXPECT_EQ(ixGetNumberOfElements(nul.get()), 3u);
   dovra_test::expect_failure([] { dovra_test::decode(std::string("[1,\0 2]", 7)); },
                              "DOVRA:IXTAL:JSON:DecodeUnexpectedValue",
                              {std::u16string(u"JSON syntax error at line 1, column 3 (byte offset 3)"),
-                              std::u16string(u"    [1,\0 2]\n       ^", 21)});
+                              std::u16string(u"    [1,\0 2]\n       ^", 20)});
   // A long string is just long.
   const std::string big(8u << 20, 'x');
   EXPECT_EQ(ixGetNumberOfElements(dovra_test::decode("\"" + big + "\"").get()), big.size());
@@ -187,8 +188,12 @@ TEST(Reliability, IllFormedTextIsReadNeverTrusted) {
 // Sweeps the point at which array creation fails over one call: every
 // failure must be the host's out-of-memory error with nothing left behind,
 // and the next call must work.
-void sweep(const std::function<owned_array()>& call, const std::string& expected) {
-  for (std::int64_t n = 0;; ++n) {
+// Only the call runs while the hook is armed; show turns its result into
+// text afterwards.
+void sweep(const std::function<owned_array()>& call, const std::function<std::string(const ixArray*)>& show,
+           const std::string& expected) {
+  std::int64_t n = 0;
+  for (;; ++n) {
     SCOPED_TRACE("failing creation " + std::to_string(n));
     const auto before = ixtal::testing::live_arrays();
     ixtal::testing::fail_allocations_after(n);
@@ -199,7 +204,8 @@ void sweep(const std::function<owned_array()>& call, const std::string& expected
     ASSERT_EQ(failure->identifier, "IXTAL:nomem") << failure->message;
     ASSERT_LT(n, 10000);
   }
-  EXPECT_EQ(dovra_test::encode(call().get()), expected);
+  EXPECT_GT(n, 1) << "the call should create several arrays";
+  EXPECT_EQ(show(call().get()), expected);
 }
 
 TEST(Reliability, EveryAllocationFailureIsAnOutOfMemoryErrorAndLeavesNothing) {
@@ -210,13 +216,13 @@ TEST(Reliability, EveryAllocationFailureIsAnOutOfMemoryErrorAndLeavesNothing) {
       R"([[1,2],[3,4]],{"lhs":{"tntype":"int32","tnsize":[1,2],"tndata":[5,6],"tncomplex":false}}]})";
   owned_array text = dovra_test::text(doc);
   owned_array response = dovra_test::text("{\"lhs\":[" + doc + ",\"s\",[true]]}");
-  const std::string expected = dovra_test::encode(dovra_test::decode(doc).get());
-  sweep([&] { return std::move(ixtal::call(ixtal::kJsonDecodeName, 1, {text.get()})[0]); }, expected);
-  sweep([&] { return std::move(ixtal::call(ixtal::kJsonDecodeResponseName, 1, {response.get()})[0]); },
+  auto as_json = [](const ixArray* a) { return dovra_test::encode(a); };
+  sweep([&] { return std::move(ixtal::call(ixtal::kJsonDecodeName, 1, {text.get()})[0]); }, as_json,
+        dovra_test::encode(dovra_test::decode(doc).get()));
+  sweep([&] { return std::move(ixtal::call(ixtal::kJsonDecodeResponseName, 1, {response.get()})[0]); }, as_json,
         dovra_test::encode(dovra_test::decode_response("{\"lhs\":[" + doc + ",\"s\",[true]]}").get()));
 
   // Encoding: the result row and the stand-ins for unset cells are created.
-  auto value = dovra_test::decode(doc);
   std::vector<owned_array> parts;
   parts.push_back(dovra_test::decode(doc));
   parts.push_back(nullptr);
@@ -224,12 +230,8 @@ TEST(Reliability, EveryAllocationFailureIsAnOutOfMemoryErrorAndLeavesNothing) {
   owned_array large = dovra_test::text("large"), str = dovra_test::text("string");
   owned_array pretty(ixCreateLogicalScalar(false));
   const std::string encoded = dovra_test::encode(with_unset.get());
-  sweep(
-      [&] {
-        auto out = ixtal::call(ixtal::kJsonEncodeName, 1, {with_unset.get(), large.get(), str.get(), pretty.get()});
-        return dovra_test::decode(dovra_test::utf8_of(out[0].get()));
-      },
-      encoded);
+  sweep([&] { return std::move(ixtal::call(ixtal::kJsonEncodeName, 1, {with_unset.get(), large.get(), str.get(), pretty.get()})[0]); },
+        dovra_test::utf8_of, encoded);
 }
 
 TEST(Reliability, AHugeDocumentDecodesWithinASmallFactorOfItsSize) {

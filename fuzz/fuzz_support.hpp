@@ -1,0 +1,43 @@
+#pragma once
+
+// What every builtin fuzzer needs: the text as the host passes it, a call
+// through the host gateway, and the check that nothing outlives the call.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "entry/builtins.hpp"
+#include "ixtal/errors.hpp"
+#include "ixtal/host.hpp"
+#include "ixtal/testing.hpp"
+#include "ixtal/text.hpp"
+
+namespace dovra_fuzz {
+
+inline matrix::owned_array host_text(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  return matrix::owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(bytes)));
+}
+
+// Calls fn; a host error is a fine answer, anything else escapes and
+// crashes the fuzzer. Returns the result, or null after an error.
+inline matrix::owned_array call(BuiltinFunction fn, const std::vector<const ixArray*>& args) {
+  try {
+    auto out = ixtal::call_builtin(fn, 1, args);
+    return out.empty() ? nullptr : std::move(out[0]);
+  } catch (const ixtal::HostError& e) {
+    if (std::string_view(e.identifier()).rfind("IXTAL:Unexpected", 0) == 0) std::abort();  // a stray exception
+    return nullptr;
+  }
+}
+
+// Aborts when arrays were left alive.
+struct leak_guard {
+  std::int64_t before = ixtal::testing::live_arrays();
+  ~leak_guard() {
+    if (ixtal::testing::live_arrays() != before) std::abort();
+  }
+};
+
+}  // namespace dovra_fuzz
