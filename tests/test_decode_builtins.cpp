@@ -9,62 +9,22 @@ namespace {
 const char* const kBoth[] = {ixtal::kJsonDecodeName, ixtal::kJsonDecodeResponseName};
 
 TEST(DecodeBuiltins, ResponseShapes) {
-  LeakCheck leaks;
   const auto no = L({false}, {1, 1});
-  const std::vector<decode_row> rows = {
-      {R"({"lhs":[1,"a",true]})", Cell({D({1}, {1, 1}), Ch(u"a", {1, 1}), L({true}, {1, 1})}, {3, 1})},
-      {R"({"rhs":0,"lhs":[[1,2],{"x":[]}]})", Cell({D({1, 2}, {2, 1}), St({"x"}, {D({}, {0, 1})}, {1, 1})}, {2, 1})},
-      {R"({"lhs":[]})", Cell({}, {0, 1})},
-      {R"({"lhs":{}})", no}, {R"({"lhs":null})", no}, {R"({"lhs":"[1]"})", no}, {R"({"rhs":[1]})", no},
-      {R"({"Lhs":[1]})", no}, {"[1,2]", no}, {"null", no}, {"true", no}, {"1", no}, {R"("lhs")", no},
-  };
-  for (const decode_row& row : rows) {
-    auto got = decode_response(row.json);
-    EXPECT_TRUE(ixIsEqualN(got.get(), row.expected.get())) << row.json << "\n  got " << shape_of(got.get());
-  }
-  expect_failures({{R"({"lhs":[1,null]})", "DecodeNullNotSupported"},
-                   {R"({"lhs":[[1,true]]})", "DecodeArrayInconsistentTypes", {S("double"), S("logical")}}},
-                  &decode_response);
-}
+  expect_decodes({{R"({"lhs":[1,"a",true]})", Cell({D({1}, {1, 1}), Ch(u"a", {1, 1}), L({true}, {1, 1})}, {3, 1})},
+                  {R"({"rhs":0,"lhs":[[1,2],{}]})", Cell({D({1, 2}, {2, 1}), St({}, {}, {1, 1})}, {2, 1})},
+                  {R"({"lhs":[]})", Cell({}, {0, 1})},
+                  {R"({"lhs":{}})", no}, {R"({"lhs":null})", no}, {R"({"rhs":[1]})", no}, {R"({"Lhs":[1]})", no},
+                  {"[1,2]", no}, {"null", no}, {"1", no}, {R"("lhs")", no}},
+                 &decode_response);
+  expect_failures({{R"({"lhs":[1,null]})", "DecodeNullNotSupported"}}, &decode_response);
 
-TEST(DecodeBuiltins, ResultsCarryScopeFour) {
-  auto single = decode("[1,2]");
-  EXPECT_EQ(ixGetArrayScope(single.get()), 4);
+  EXPECT_EQ(ixGetArrayScope(decode("[1,2]").get()), 4);
   auto cell = decode_response(R"({"lhs":[1,"a"]})");
   for (ixSize i = 0; i < 2; ++i) EXPECT_EQ(ixGetArrayScope(ixGetCell(cell.get(), i)), 4) << "cell " << i;
-}
 
-TEST(DecodeBuiltins, TextArgument) {
-  LeakCheck leaks;
-  const auto expected = D({1, 2}, {2, 1});
-  auto chars = make_char(u"[1, 2]", {2, 3});  // any shape; characters in element order
-  auto scalar = make_strings({u"[1,2]"}, {1, 1});
-  for (const char* name : kBoth) {
-    if (name == std::string(ixtal::kJsonDecodeName)) {
-      for (const ixArray* arg : {chars.get(), scalar.get()})
-        EXPECT_TRUE(ixIsEqualN(call(name, 1, {arg})[0].get(), expected.get())) << shape_of(arg);
-    }
-    auto row = make_strings({u"[1]", u"[2]"}, {1, 2});
-    auto missing = make_strings({std::nullopt}, {1, 1});
-    auto number = make_double({1}, {1, 1});
-    for (const ixArray* arg : {row.get(), missing.get(), number.get(), static_cast<ixArray*>(nullptr)}) {
-      SCOPED_TRACE(std::string(name) + " with " + (arg ? shape_of(arg) : "null"));
-      expect_failure([&] { call(name, 1, {arg}); },
-                     "IXTAL:checkSyntacticWarnings:MustBeStringScalarOrCharacterVector");
-    }
-  }
-}
-
-TEST(DecodeBuiltins, ArityComesFirst) {
+  // The result is written even when the caller asks for none.
   auto t = text("[1]");
-  auto bad = make_double({1}, {1, 1});  // never looked at
-  for (const char* name : kBoth) {
-    SCOPED_TRACE(name);
-    expect_failure([&] { call(name, 2, {t.get()}); }, "IXTAL:TooManyOutputs");
-    expect_failure([&] { call(name, 1, {bad.get(), t.get()}); }, "IXTAL:TooManyInputs");
-    expect_failure([&] { call(name, 1, {}); }, "IXTAL:NotEnoughInputs");
-    EXPECT_EQ(call(name, 0, {t.get()}).size(), 1u);  // the result is written even when none is asked for
-  }
+  for (const char* name : kBoth) EXPECT_EQ(call(name, 0, {t.get()}).size(), 1u) << name;
 }
 
 // Each array creation in turn made to fail: whatever was made before it is
@@ -88,16 +48,15 @@ TEST(DecodeBuiltins, AllocationFailureAtAnyPointLeavesNothing) {
 }
 
 TEST(DecodeBuiltins, DeepNesting) {
-  LeakCheck leaks;
-  const int depth = 998;
+  const int depth = 998;  // the parser's limit is 1000 levels
   std::string objects, arrays, cells;
   for (int i = 0; i < depth; ++i) objects += R"({"a":)", arrays += "[";
+  for (int i = 0; i < depth / 2; ++i) cells += R"({"tntype":"cell","tnsize":[1,1],"tndata":[)";
   objects += "1" + std::string(depth, '}');
   arrays += "1" + std::string(depth, ']');
-  for (int i = 0; i < depth / 2; ++i) cells += R"({"tntype":"cell","tnsize":[1,1],"tndata":[)";
   for (int i = 0; i < depth / 2; ++i) cells += "]}";
   EXPECT_EQ(ixGetClassID(decode(objects).get()), ixSTRUCT_CLASS);
-  EXPECT_TRUE(ixIsEqualN(decode(arrays).get(), D({1}, {1, 1}).get()));
+  expect_decodes({{arrays, D({1}, {1, 1})}});
   expect_failures({{cells, "DecodeMismatchedTNSize"}});  // the innermost cell has no element
 }
 

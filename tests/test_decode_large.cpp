@@ -6,18 +6,16 @@
 
 #include "decode_rows.hpp"
 #include "host/class_traits.hpp"
-#include "ixtal/host.hpp"
 #include "ixtal/testing.hpp"
 
 namespace dovra_test {
 namespace {
 
-using cd = std::complex<double>;
-
 std::string large(const std::string& type, const std::string& size, const std::string& data,
                   const std::string& extra = "") {
   return R"({"tntype":")" + type + R"(","tnsize":)" + size + R"(,"tndata":)" + data + extra + "}";
 }
+const std::string cx = R"(,"tncomplex":true)";
 
 std::string number(double x) {
   char buf[40];
@@ -25,11 +23,11 @@ std::string number(double x) {
   return buf;
 }
 
-// The integral double next to an exclusive bound, on the inside: bound - 1
+// The integral double next to an exclusive bound, on the inside: bound -+ 1
 // where that is a double, else the nearest double (int64, uint64).
-double inside(double bound, double toward) {
-  const double step = bound < toward ? bound + 1 : bound - 1;
-  return step != bound ? step : std::nextafter(bound, toward);
+double inside(double bound) {
+  const double step = bound < 0 ? bound + 1 : bound - 1;
+  return step != bound ? step : std::nextafter(bound, 0.0);
 }
 
 TEST(DecodeLarge, IntegerClassBounds) {
@@ -38,14 +36,13 @@ TEST(DecodeLarge, IntegerClassBounds) {
     using T = typename decltype(tag)::type;
     const std::string name = element_traits<T>::name;
     const double lo = integer_lower<T>, hi = integer_upper<T>;
-    const double lo_in = inside(lo, 0), hi_in = inside(hi, 0);
     expect_decodes({
-        {large(name, "[1,3]", "[" + number(lo_in) + "," + number(hi_in) + ",1e0]"),
-         N<T>({T(lo_in), T(hi_in), 1}, {1, 3})},
-        {large(name, "[1,1]", "[-0,7.0]", R"(,"tncomplex":true)"), N<std::complex<T>>({{0, T(7)}}, {1, 1})},
+        {large(name, "[1,3]", "[" + number(inside(lo)) + "," + number(inside(hi)) + ",1e0]"),
+         N<T>({T(inside(lo)), T(inside(hi)), 1}, {1, 3})},
+        {large(name, "[1,1]", "[-0,7.0]", cx), N<std::complex<T>>({{0, 7}}, {1, 1})},
     });
     std::vector<failure_row> rows;
-    for (const std::string& bad : {number(lo), number(hi), S("1.5"), S("true"), S(R"({"tndata":"NaN"})"), S("null")})
+    for (const std::string& bad : {number(lo), number(hi), S("1.5"), S("true"), S(R"({"tndata":"NaN"})")})
       rows.push_back({large(name, "[1,1]", "[" + bad + "]"), "DecodeInvalidIntegralElem", {name}});
     expect_failures(rows);
   });
@@ -53,13 +50,12 @@ TEST(DecodeLarge, IntegerClassBounds) {
 
 TEST(DecodeLarge, FloatingAndLogicalClasses) {
   const float big = std::numeric_limits<float>::max();
-  const std::string above = number(std::nextafter(double(big), kInf));  // rounds to big as a float, still out
+  const std::string above = number(std::nextafter(double(big), kInf));  // would round to big, still out
   expect_decodes({
       {large("double", "[1,2]", R"([1e999,{"tndata":"NaN"}])"), D({kInf, kNaN}, {1, 2})},
       {large("single", "[1,4]", "[" + number(big) + ",-" + number(big) + R"(,1e-50,{"tndata":"-Inf"}])"),
        N<float>({big, -big, 0, -INFINITY}, {1, 4})},
-      {large("logical", "[2,1]", "[true,false]"), L({true, false}, {2, 1})},
-      {large("logical", "[1,1]", "[true]", R"(,"tncomplex":true)"), L({true}, {1, 1})},  // logical has no complex form
+      {large("logical", "[2,1]", "[true,false]", cx), L({true, false}, {2, 1})},  // logical has no complex form
   });
   expect_failures({
       {large("double", "[1,2]", R"([1,"Inf"])"), "DecodeInvalidFloatingElem", {S("double")}},
@@ -73,12 +69,8 @@ TEST(DecodeLarge, FloatingAndLogicalClasses) {
 // The fill stops when the array is full or the data end; an element error
 // met before that point wins.
 TEST(DecodeLarge, DataCountAndComplexData) {
-  expect_decodes({
-      {large("double", "[1,1]", "[1,2]", R"(,"tncomplex":true)"), N<cd>({{1, 2}}, {1, 1})},
-      {large("double", "[2,1]", R"([1,2,{"tndata":"NaN"},-0])", R"(,"tncomplex":true)"),
-       N<cd>({{1, 2}, {kNaN, -0.0}}, {2, 1})},
-  });
-  const std::string cx = R"(,"tncomplex":true)";
+  expect_decodes({{large("double", "[2,1]", R"([1,2,{"tndata":"NaN"},-0])", cx),
+                   N<std::complex<double>>({{1, 2}, {kNaN, -0.0}}, {2, 1})}});
   expect_failures({
       {large("double", "[1,2]", "[1]"), "DecodeMismatchedTNSize"},
       {large("double", "[1,1]", R"([1,"x"])"), "DecodeMismatchedTNSize"},
@@ -90,7 +82,6 @@ TEST(DecodeLarge, DataCountAndComplexData) {
       {large("double", "[1,1]", "[]", cx), "DecodeMismatchedTNSize"},
       {large("double", "[1,1]", R"(["x"])", cx), "DecodeInvalidFloatingElem", {S("double")}},
       {large("double", "[1,1]", R"([1,2,"x"])", cx), "DecodeMismatchedTNSize"},
-      {large("int8", "[1,1]", "[1,200]", cx), "DecodeInvalidIntegralElem", {S("int8")}},
       {large("double", "[1,1]", "[1,2]", R"(,"tncomplex":"yes")"), "DecodeInvalidPropertyType",
        {S("tncomplex"), S("boolean")}},
       {large("double", "[1,1]", "1", R"(,"tncomplex":"yes")"), "DecodeInvalidTNDataType", {S("double"), S("array")}},
@@ -100,11 +91,10 @@ TEST(DecodeLarge, DataCountAndComplexData) {
 // Which check speaks first, and what a "tnsize" may hold.
 TEST(DecodeLarge, ObjectReaderAndTnsize) {
   expect_decodes({
-      {large("double", "[1,3]", "[1,2,3]"), D({1, 2, 3}, {1, 3})},
       {large("double", "[1,1,2,1,1]", "[1,2]"), D({1, 2}, {1, 1, 2})},
       {large("double", "[-0,0]", "[]"), D({}, {0, 0})},
       {R"({"tndata":"NaN"})", D({kNaN}, {1, 1})},
-      {R"({"tnsize":[1,1],"tndata":"Inf"})", D({kInf}, {1, 1})},
+      {R"({"tnsize":[1,1],"tndata":"-Inf"})", D({-kInf}, {1, 1})},
   });
   expect_failures({
       {R"({"tntype":"double","tndata":[1]})", "DecodeMissingTNSizeOrTNData"},
@@ -123,13 +113,28 @@ TEST(DecodeLarge, ObjectReaderAndTnsize) {
   });
 }
 
-// A size the data cannot back is refused before anything is allocated, with
-// the error the fill would have met.
+TEST(DecodeLarge, CharData) {
+  expect_decodes({
+      {large("char", "[2,3]", R"(["adbecf"])"), Ch(u"adbecf", {2, 3})},  // rows "abc" and "def"
+      {large("char", "[0,0]", R"([""])"), Ch(u"", {0, 0})},
+      {large("char", "[1,3]", R"(["é😀"])"), Ch(u"é😀", {1, 3})},
+  });
+  expect_failures({
+      {large("char", "[1,5]", R"("hello")"), "DecodeInvalidTNDataType", {S("char"), S("array")}},
+      {large("char", "[1,5]", R"(["he","llo"])"), "DecodeInvalidCharArrayTNData"},
+      {large("char", "[1,1]", "[5]"), "DecodeInvalidCharArrayTNData"},
+      {large("char", "[1,4]", R"(["hello"])"), "DecodeMismatchedTNSize"},
+      {large("char", "[1,1]", R"(["😀"])"), "DecodeMismatchedTNSize"},
+  });
+}
+
+// A size the data cannot back is refused before anything is made, with the
+// error the fill would have met.
 TEST(DecodeLarge, HugeSizesAllocateNothing) {
   const failure_row rows[] = {
       {large("double", "[100000,100000,100000]", "[1,2,3]"), "DecodeMismatchedTNSize"},
       {large("uint16", "[100000,100000,100000]", "[1,-2,3]"), "DecodeInvalidIntegralElem", {S("uint16")}},
-      {large("int32", "[100000,100000,1]", "[1,2,3]", R"(,"tncomplex":true)"), "DecodeIncompleteComplexData"},
+      {large("int32", "[100000,100000,1]", "[1,2,3]", cx), "DecodeIncompleteComplexData"},
       {large("double", "[4294967296,4294967296,2]", "[1]"), "DecodeMismatchedTNSize"},  // 2^65 elements
       {large("char", "[100000,100000]", R"(["ab"])"), "DecodeMismatchedTNSize"},
       {large("cell", "[100000,100000]", "[1]"), "DecodeMismatchedTNSize"},
@@ -143,23 +148,6 @@ TEST(DecodeLarge, HugeSizesAllocateNothing) {
     expect_failure([&] { call(ixtal::kJsonDecodeName, 1, {t.get()}); }, "DOVRA:IXTAL:JSON:" + row.key, row.args);
     ixtal::testing::fail_allocations_after(-1);
   }
-}
-
-TEST(DecodeLarge, CharData) {
-  expect_decodes({
-      {large("char", "[1,5]", R"(["hello"])"), Ch(u"hello", {1, 5})},
-      {large("char", "[2,3]", R"(["adbecf"])"), Ch(u"adbecf", {2, 3})},  // rows "abc" and "def"
-      {large("char", "[0,0]", R"([""])"), Ch(u"", {0, 0})},
-      {large("char", "[1,3]", R"(["é😀"])"), Ch(u"é😀", {1, 3})},
-  });
-  expect_failures({
-      {large("char", "[1,5]", R"("hello")"), "DecodeInvalidTNDataType", {S("char"), S("array")}},
-      {large("char", "[1,5]", R"(["he","llo"])"), "DecodeInvalidCharArrayTNData"},
-      {large("char", "[1,1]", "[5]"), "DecodeInvalidCharArrayTNData"},
-      {large("char", "[0,0]", "[]"), "DecodeInvalidCharArrayTNData"},
-      {large("char", "[1,4]", R"(["hello"])"), "DecodeMismatchedTNSize"},
-      {large("char", "[1,1]", R"(["😀"])"), "DecodeMismatchedTNSize"},
-  });
 }
 
 }  // namespace
