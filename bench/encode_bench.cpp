@@ -1,0 +1,203 @@
+// Encoding: arrays to JSON text.
+//
+// Ours is timed end to end as a host calls it: the host array and the three
+// option arguments go into the encode builtin (table entry 0), which returns
+// the UTF-16 char row; destroying it is left out of the timing (see
+// ResultDisposal). The peers write the same text from
+// the same column-major numbers into a buffer that keeps its capacity.
+//
+// Every implementation's text is read back with simdjson (exact number
+// parsing) and compared with the source numbers before timing.
+
+#include <simdjson.h>
+
+#include <cmath>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include "data.hpp"
+#include "harness.hpp"
+#include "peers/rapidjson_peer.hpp"
+#include "peers/to_chars_peer.hpp"
+
+namespace dovra_bench {
+
+namespace {
+
+namespace dom = simdjson::dom;
+
+struct Workload {
+  std::string name;      // as shown in the results
+  std::string set;       // the encode data set
+  Layout layout;
+};
+
+const std::vector<Workload>& workloads() {
+  static const std::vector<Workload> w = {
+      {"doubles_1000x1000_small", "doubles_1000x1000", Layout::Small},
+      {"doubles_1000x1000_large", "doubles_1000x1000", Layout::Large},
+      {"int32_1000x1000", "int32_1000x1000", Layout::Large},
+      {"complex_1000x1000_small", "complex_1000x1000", Layout::Small},
+      {"complex_1000x1000_large", "complex_1000x1000", Layout::Large},
+  };
+  return w;
+}
+
+[[noreturn]] void mismatch(const std::string& what) { throw std::runtime_error("encoded text: " + what); }
+
+void expect_number(dom::element e, double want, std::size_t index) {
+  const double got = e.get_double();
+  if (got != want || std::signbit(got) != std::signbit(want)) {
+    std::ostringstream msg;
+    msg.precision(17);
+    msg << "value " << index << " is " << got << ", expected " << want;
+    mismatch(msg.str());
+  }
+}
+
+// Reads `text` back and compares it with the matrix it was written from,
+// in the shape our encoder gives it for `layout`.
+void check_text(std::string_view text, const NumericMatrix& m, Layout layout) {
+  dom::parser parser;
+  dom::element root;
+  if (auto error = parser.parse(text.data(), text.size(), true).get(root))
+    mismatch(std::string("not JSON: ") + simdjson::error_message(error));
+
+  if (layout == Layout::Small && m.doubles && !m.complex) {
+    std::size_t i = 0;
+    for (dom::element row : root.get_array()) {
+      if (i == m.rows) mismatch("too many rows");
+      std::size_t j = 0;
+      for (dom::element v : row.get_array()) {
+        if (j == m.cols) mismatch("row too long");
+        expect_number(v, m.doubles[i + j * m.rows], i + j * m.rows);
+        ++j;
+      }
+      if (j != m.cols) mismatch("row too short");
+      ++i;
+    }
+    if (i != m.rows) mismatch("too few rows");
+    return;
+  }
+
+  // Large notation: the keys in the order the encoder's ordered map gives.
+  std::vector<std::string> want_keys = {"tndata", "tnsize", "tntype"};
+  if (m.complex) want_keys.insert(want_keys.begin(), "tncomplex");
+  std::size_t key = 0;
+  for (dom::key_value_pair field : root.get_object()) {
+    if (key == want_keys.size() || field.key != want_keys[key]) mismatch("unexpected key " + std::string(field.key));
+    ++key;
+    if (field.key == "tncomplex") {
+      if (!bool(field.value.get_bool())) mismatch("tncomplex is not true");
+    } else if (field.key == "tndata") {
+      const std::size_t values = m.count() * (m.complex ? 2 : 1);
+      std::size_t k = 0;
+      for (dom::element v : field.value.get_array()) {
+        if (k == values) mismatch("too many values");
+        expect_number(v, m.int32s ? double(m.int32s[k]) : m.doubles[k], k);
+        ++k;
+      }
+      if (k != values) mismatch("too few values");
+    } else if (field.key == "tnsize") {
+      dom::array size = field.value.get_array();
+      if (size.size() != 2) mismatch("tnsize has not two entries");
+      expect_number(size.at(0), double(m.rows), 0);
+      expect_number(size.at(1), double(m.cols), 1);
+    } else if (std::string_view(field.value.get_string()) != m.type_name()) {
+      mismatch("tntype is not " + std::string(m.type_name()));
+    }
+  }
+  if (key != want_keys.size()) mismatch("missing keys");
+}
+
+// The text size every implementation of a workload is credited with: that of
+// the shortest round-trip text, which the to_chars peer writes.
+std::size_t text_size(const Workload& w) {
+  static std::map<std::string, std::size_t> sizes;
+  auto it = sizes.find(w.name);
+  if (it == sizes.end()) {
+    peers::ToCharsEncoder enc;
+    it = sizes.emplace(w.name, enc.write(encode_set(w.set).matrix, w.layout).size()).first;
+  }
+  return it->second;
+}
+
+struct Options {
+  matrix::owned_array small = host_text("small");
+  matrix::owned_array large = host_text("large");
+  matrix::owned_array nan_inf = host_text("string");
+  matrix::owned_array pretty = matrix::owned_array(ixCreateLogicalScalar(false));
+};
+
+const Options& options() {
+  static const Options o;
+  return o;
+}
+
+void encode_ours(benchmark::State& state, const Workload& w) {
+  auto args = [&] {
+    const Options& o = options();
+    return std::array<const ixArray*, 4>{encode_set(w.set).array.get(),
+                                         (w.layout == Layout::Small ? o.small : o.large).get(), o.nan_inf.get(),
+                                         o.pretty.get()};
+  };
+  if (!prepared(state, "encode/" + w.name + "/ours", [&] {
+        const auto a = args();
+        const matrix::owned_array result = call(builtins().encode, {a[0], a[1], a[2], a[3]});
+        check_text(utf8_of(result.get()), encode_set(w.set).matrix, w.layout);
+        text_size(w);
+      }))
+    return;
+  auto prhs = args();
+  const BuiltinFunction fn = builtins().encode;
+  ResultDisposal dispose;
+  for (auto _ : state) {
+    ixArray* plhs[1] = {nullptr};
+    try {
+      fn(1, plhs, 4, prhs.data());
+    } catch (const std::exception& e) {
+      state.SkipWithError(e.what());
+      break;
+    }
+    dispose(state, [&] { ixDestroyArray(plhs[0]); });
+  }
+  dispose.report(state);
+  report_bytes(state, text_size(w));
+}
+
+template <class Encoder>
+void encode_peer(benchmark::State& state, const Workload& w, const std::string& peer) {
+  if (!prepared(state, "encode/" + w.name + "/" + peer, [&] {
+        Encoder probe;
+        check_text(probe.write(encode_set(w.set).matrix, w.layout), encode_set(w.set).matrix, w.layout);
+        text_size(w);
+      }))
+    return;
+  const NumericMatrix& m = encode_set(w.set).matrix;
+  Encoder enc;
+  enc.write(m, w.layout);  // grows the buffer once, outside the loop
+  for (auto _ : state) {
+    const std::string_view text = enc.write(m, w.layout);
+    benchmark::DoNotOptimize(text.data());
+    benchmark::ClobberMemory();
+  }
+  report_bytes(state, text_size(w));
+}
+
+}  // namespace
+
+void register_encode_benchmarks() {
+  for (const Workload& w : workloads()) {
+    const std::string prefix = "encode/" + w.name + "/";
+    benchmark::RegisterBenchmark((prefix + "ours").c_str(), encode_ours, w)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark((prefix + "rapidjson").c_str(), encode_peer<peers::RapidjsonEncoder>, w,
+                                 std::string("rapidjson"))
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark((prefix + "to_chars").c_str(), encode_peer<peers::ToCharsEncoder>, w,
+                                 std::string("to_chars"))
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
+}  // namespace dovra_bench

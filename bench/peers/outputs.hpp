@@ -1,0 +1,72 @@
+#pragma once
+
+// What the peers read from and write into: the plain buffers an application
+// would use in place of host arrays. The same types hold the references the
+// data sets come with.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dovra_bench {
+
+// Many strings in one buffer, so that a walk that copies strings out costs
+// one append each and no allocation once the buffer has grown.
+class StringColumn {
+ public:
+  void clear() noexcept {
+    bytes_.clear();
+    ends_.clear();
+  }
+  void reserve(std::size_t count, std::size_t bytes) {
+    ends_.reserve(count);
+    bytes_.reserve(bytes);
+  }
+  void append(std::string_view s) {
+    bytes_.append(s);
+    ends_.push_back(bytes_.size());
+  }
+  std::size_t size() const noexcept { return ends_.size(); }
+  std::string_view operator[](std::size_t i) const noexcept {
+    const std::size_t begin = i == 0 ? 0 : ends_[i - 1];
+    return std::string_view(bytes_).substr(begin, ends_[i] - begin);
+  }
+
+ private:
+  std::string bytes_;
+  std::vector<std::size_t> ends_;
+};
+
+// One record of the records data set, as an application would declare it.
+// Numbers are doubles because JSON numbers are.
+struct Record {
+  bool active = false;
+  std::string city;
+  double id = 0;
+  double level = 0;
+  std::string name;
+  double score = 0;
+
+  bool operator==(const Record&) const = default;
+};
+
+// A column-major numeric matrix to encode: real doubles, complex doubles as
+// (re, im) pairs, or int32.
+struct NumericMatrix {
+  const double* doubles = nullptr;
+  const std::int32_t* int32s = nullptr;
+  std::size_t rows = 0;
+  std::size_t cols = 0;
+  bool complex = false;
+
+  std::size_t count() const noexcept { return rows * cols; }
+  const char* type_name() const noexcept { return int32s ? "int32" : "double"; }
+};
+
+// The two notations. Only real double matrices have a small form; the
+// others are written as large-notation objects in both, as our encoder does.
+enum class Layout { Small, Large };
+
+}  // namespace dovra_bench

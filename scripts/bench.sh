@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Runs the benchmark suite in one go: installs Google Benchmark and the peer
+# libraries, writes the data sets (fixed seed, into bench/data/), builds the
+# benchmark in build-bench, runs every case five times, measures the peak
+# memory of decoding the double matrix, and prints the summary: our MB/s per
+# workload and the ratio to each peer. The summary is also left in
+# build-bench/bench-results/summary.md.
+#
+# Every case runs in a process of its own: what one case leaves in the heap
+# (the allocator's thresholds, free lists) moved another case's figures by
+# up to 20%, so a case's figure would have depended on the cases before it.
+#
+# Usage: scripts/bench.sh [Google Benchmark flags, e.g. --benchmark_filter=decode
+#                          or --benchmark_repetitions=3]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh libbenchmark-dev libsimdjson-dev rapidjson-dev python3
+python3 bench/gen_data.py
+cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
+cmake --build build-bench -j2 --target dovra_bench >/dev/null
+
+bin=build-bench/bin/dovra_bench
+out=build-bench/bench-results
+mkdir -p "$out"
+rm -f "$out"/case-*.json "$out/stderr.log"
+
+mapfile -t cases < <("$bin" --benchmark_list_tests "$@")
+echo "${#cases[@]} cases, 5 repetitions each (medians shown; CPU time is the one that counts)"
+i=0
+for c in "${cases[@]}"; do
+  i=$((i + 1))
+  "$bin" --benchmark_repetitions=5 --benchmark_display_aggregates_only=true "$@" \
+    --benchmark_filter="^${c}\$" --benchmark_out="$out/case-$(printf %03d "$i").json" \
+    --benchmark_out_format=json 2>>"$out/stderr.log" | grep -E "_median|ERROR" | uniq || true
+done
+
+: >"$out/peak_rss.jsonl"
+for impl in ours simdjson rapidjson; do
+  "$bin" --peak-rss="$impl" >>"$out/peak_rss.jsonl"
+done
+echo
+python3 bench/summarize.py --peak "$out/peak_rss.jsonl" "$out"/case-*.json | tee "$out/summary.md"
