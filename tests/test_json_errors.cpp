@@ -35,7 +35,7 @@ TEST(json_location, LineColumnContextAndCaret) {
       {"[\n", 2, 2, 0, "", 0},
       {"[1\n,2\n]", 3, 2, 0, ",2", 0},
       {"[1\n,2\n]", 2, 1, 2, "[1", 2},                 // on the newline itself
-      {"a\r\nb\r\nc x", 8, 3, 2, "c x", 2},            // only "\n" counts; "\r" ends the line before
+      {"a\r\nb\r\nc x", 8, 3, 2, "c x", 2},            // only "\n" counts; "\r" stays with the line before
       {"a\r\nb\r\nc x\r\nd", 8, 3, 2, "c x\r", 2},
       {long_line, 200, 1, 200, long_line.substr(120, 160), 80},
       {"\n" + long_line, 201, 2, 200, long_line.substr(120, 160), 80},

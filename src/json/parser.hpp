@@ -1,12 +1,7 @@
 #pragma once
 
-// The grammar walk from UTF-8 text to a Value tree.
-//
-// A value is the first of string, number, object, array, boolean and null
-// that matches; when none does, the failure reported is the one that got
-// furthest into the text, the earlier alternative winning a tie. The walk
-// gets the same code and position from the first byte alone, without trying
-// the alternatives one after the other (see parser.cpp).
+// From UTF-8 text to a Value tree: the value at the cursor, chosen by its
+// first byte (parser.cpp says why that is the rule's own choice).
 //
 // Every failure is a code and a cursor: the cursor stands on the byte that
 // could not be read (on the backslash for a failure inside an escape, at the

@@ -100,13 +100,13 @@ class Writer {
   }
 
   // Numeric arrays are mostly whole numbers, and the general shortest
-  // conversion costs ten times an integer one. Gives the same text as
+  // conversion costs many times an integer one. Gives the same text as
   // std::to_chars(double): digits unless scientific notation is shorter
   // (1e+06), in which case null is returned and the general path writes it.
   static char* integral_chars(char* buf, double d) noexcept {
     constexpr double kExactBound = 1e15;  // far inside 2^53: every integer is exact
     if (!(d > -kExactBound && d < kExactBound) || d != static_cast<double>(static_cast<std::int64_t>(d))) return nullptr;
-    if (d == 0) return nullptr;  // keeps the sign of -0 to the general path
+    if (d == 0) return nullptr;  // no significant digit, and -0 keeps its sign on the general path
     char* const end = std::to_chars(buf, buf + 32, static_cast<std::int64_t>(d)).ptr;
     const char* const first = buf + (d < 0);
     const char* last = end;

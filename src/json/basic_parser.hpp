@@ -1,0 +1,277 @@
+#pragma once
+
+// The alternatives of the JSON grammar: string, number, array and object,
+// and white space between the parts of a container. How a value position
+// chooses among the alternatives is left to Derived, which provides
+//   foundation::json::ParseResult value(const char*& p, foundation::json::Value& out);
+// (parser.cpp chooses by the first byte). Arrays and objects call it for
+// their elements, so the choice applies at every depth.
+//
+// Every function returns a code and leaves the cursor after what it read
+// (success) or on the byte it could not read (failure); a failure inside an
+// escape leaves it on the escape's backslash.
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "foundation/json/support.hpp"
+#include "foundation/json/value.hpp"
+#include "ixtal/text.hpp"
+#include "json/limits.hpp"
+#include "json/parse_step.hpp"
+
+namespace dovra_json::detail {
+
+template <class Derived>
+class BasicParser {
+ public:
+  BasicParser(const char* end, unsigned char flags) noexcept : end_(end), comments_((flags & kAllowComments) != 0) {}
+
+ protected:
+  using ParseResult = foundation::json::ParseResult;
+  using Value = foundation::json::Value;
+
+  ParseResult string(const char*& p, std::string& out) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '"') return foundation::json::kStringExpected;
+    ++p;
+    for (;;) {
+      const char* run = p;
+      p = find_quote_or_backslash(p, end_);
+      out.append(run, p);
+      if (p == end_) return foundation::json::kUnexpectedEnd;
+      if (*p == '"') {
+        ++p;
+        return foundation::json::kParseOk;
+      }
+      if (const ParseResult r = escape(p, out); r != foundation::json::kParseOk) return r;
+    }
+  }
+
+  // A leading zero does not end the integer part: "0123" is 123, but the
+  // digits after it cannot take a fraction ("01.5" stops at the '.').
+  ParseResult number(const char*& p, Value& out) {
+    const char* const first = p;
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p == '-' && ++p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p == '0') {
+      ++p;
+      if (p != end_ && *p == '.') {
+        if (const ParseResult r = fraction(p); r != foundation::json::kParseOk) return r;
+      } else {
+        skip_digits(p);
+      }
+    } else {
+      if (!is_digit(*p)) return foundation::json::kDigitExpected;
+      skip_digits(p);
+      if (p != end_ && *p == '.') {
+        if (const ParseResult r = fraction(p); r != foundation::json::kParseOk) return r;
+      }
+    }
+    if (p != end_ && (*p == 'e' || *p == 'E')) {
+      if (++p == end_) return foundation::json::kUnexpectedEnd;
+      if ((*p == '+' || *p == '-') && ++p == end_) return foundation::json::kUnexpectedEnd;
+      if (!is_digit(*p)) return foundation::json::kExponentDigitExpected;
+      skip_digits(p);
+    }
+    out = Value(foundation::json::detail::string_to_double(first, p));
+    return foundation::json::kParseOk;
+  }
+
+  ParseResult array(const char*& p, Value& out) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '[') return foundation::json::kArrayExpected;
+    if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
+    Level level(depth_);
+    ++p;
+    skip_white_space(p);
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    foundation::json::Array elements;
+    if (*p != ']') {
+      for (;;) {
+        if (const ParseResult r = derived().value(p, elements.emplace_back()); r != foundation::json::kParseOk)
+          return r;
+        skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
+        if (*p == ']') break;
+        if (*p != ',') return foundation::json::kCommaOrBracketExpected;
+        ++p;
+        skip_white_space(p);
+      }
+    }
+    ++p;
+    out = Value(std::move(elements));
+    return foundation::json::kParseOk;
+  }
+
+  ParseResult object(const char*& p, Value& out) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '{') return foundation::json::kObjectExpected;
+    if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
+    Level level(depth_);
+    ++p;
+    skip_white_space(p);
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    foundation::json::Object members;
+    if (*p != '}') {
+      std::string name;
+      for (;;) {
+        name.clear();
+        if (const ParseResult r = string(p, name); r != foundation::json::kParseOk) return r;
+        skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
+        if (*p != ':') return foundation::json::kColonExpected;
+        ++p;
+        skip_white_space(p);
+        Value v;
+        if (const ParseResult r = derived().value(p, v); r != foundation::json::kParseOk) return r;
+        skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
+        // A repeated name keeps its first value. Members mostly arrive in
+        // order, so the end is the likely place for the new one.
+        members.try_emplace(members.end(), std::move(name), std::move(v));
+        if (*p == '}') break;
+        if (*p != ',') return foundation::json::kCommaOrBraceExpected;
+        ++p;
+        skip_white_space(p);
+      }
+    }
+    ++p;
+    out = Value(std::move(members));
+    return foundation::json::kParseOk;
+  }
+
+  const char* end() const noexcept { return end_; }
+
+ private:
+  Derived& derived() noexcept { return static_cast<Derived&>(*this); }
+
+  static bool is_digit(char c) noexcept { return fl::i18n::lcctype::isdigit_ascii(static_cast<unsigned char>(c)); }
+
+  static int hex_digit(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  }
+
+  // The UTF-16 unit spelled by four hex digits, or -1.
+  static int hex4(const char* p) noexcept {
+    const int a = hex_digit(p[0]), b = hex_digit(p[1]), c = hex_digit(p[2]), d = hex_digit(p[3]);
+    if ((a | b | c | d) < 0) return -1;
+    return (a << 12) | (b << 8) | (c << 4) | d;
+  }
+
+  // Whether any byte of the word is zero (exact: a borrow only starts at a
+  // byte that is zero).
+  static bool has_zero_byte(std::uint64_t x) noexcept {
+    return ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) != 0;
+  }
+
+  // The first '"' or '\' at or after p, or end. Strings are mostly plain
+  // text, so eight bytes are tested at a time.
+  static const char* find_quote_or_backslash(const char* p, const char* end) noexcept {
+    constexpr std::uint64_t kQuotes = 0x2222222222222222ull, kBackslashes = 0x5c5c5c5c5c5c5c5cull;
+    while (end - p >= 8) {
+      std::uint64_t w;
+      std::memcpy(&w, p, 8);
+      if (has_zero_byte(w ^ kQuotes) || has_zero_byte(w ^ kBackslashes)) break;
+      p += 8;
+    }
+    while (p != end && *p != '"' && *p != '\\') ++p;
+    return p;
+  }
+
+  // p is on a backslash, and stays there unless the whole escape is read.
+  ParseResult escape(const char*& p, std::string& out) {
+    const char* e = p + 1;
+    if (e == end_) return foundation::json::kUnexpectedEnd;
+    char c;
+    switch (*e) {
+      case '"': case '/': case '\\': c = *e; break;
+      case 'b': c = '\b'; break;
+      case 'f': c = '\f'; break;
+      case 'n': c = '\n'; break;
+      case 'r': c = '\r'; break;
+      case 't': c = '\t'; break;
+      case 'u': return unicode_escape(p, e + 1, out);
+      default: return foundation::json::kInvalidEscape;
+    }
+    out.push_back(c);
+    p = e + 1;
+    return foundation::json::kParseOk;
+  }
+
+  // digits: just after the 'u'. A high surrogate takes a second escape with
+  // it, whatever that one holds: u16_to_u8 sorts out unpaired units.
+  ParseResult unicode_escape(const char*& p, const char* digits, std::string& out) {
+    if (end_ - digits < 4) return foundation::json::kUnexpectedEnd;
+    const int first = hex4(digits);
+    if (first < 0) return foundation::json::kInvalidUnicodeEscape;
+    const char* e = digits + 4;
+    if ((first & 0xFC00) == 0xD800) {
+      if (end_ - e < 6) return foundation::json::kUnexpectedEnd;
+      if (e[0] != '\\' || e[1] != 'u') return foundation::json::kInvalidUnicodeEscape;
+      const int second = hex4(e + 2);
+      if (second < 0) return foundation::json::kInvalidUnicodeEscape;
+      foundation::json::detail::u16_to_u8(char16_t(first), char16_t(second), true, out);
+      e += 6;
+    } else {
+      foundation::json::detail::u16_to_u8(char16_t(first), 0, false, out);
+    }
+    p = e;
+    return foundation::json::kParseOk;
+  }
+
+  void skip_digits(const char*& p) const noexcept {
+    while (p != end_ && is_digit(*p)) ++p;
+  }
+
+  // p is on the '.'.
+  ParseResult fraction(const char*& p) const noexcept {
+    if (++p == end_) return foundation::json::kUnexpectedEnd;
+    if (!is_digit(*p)) return foundation::json::kFractionDigitExpected;
+    skip_digits(p);
+    return foundation::json::kParseOk;
+  }
+
+  // With comments on, "/* ... */" and "// ... newline" count as white space;
+  // an unclosed one runs to the end of the text, and a '/' that starts
+  // neither is left for the caller to reject.
+  void skip_white_space(const char*& p) const noexcept {
+    for (;;) {
+      while (p != end_ && fl::i18n::lcctype::isspace_ascii(static_cast<unsigned char>(*p))) ++p;
+      if (!comments_ || end_ - p < 2 || p[0] != '/') return;
+      if (p[1] == '*') {
+        const char* q = p + 2;
+        while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
+        p = end_ - q >= 2 ? q + 2 : end_;
+      } else if (p[1] == '/') {
+        const void* nl = std::memchr(p + 2, '\n', std::size_t(end_ - (p + 2)));
+        p = nl ? static_cast<const char*>(nl) + 1 : end_;
+      } else {
+        return;
+      }
+    }
+  }
+
+  // Counts one level of array or object nesting for as long as it lives.
+  class Level {
+   public:
+    explicit Level(std::size_t& depth) noexcept : depth_(++depth) {}
+    ~Level() { --depth_; }
+    Level(const Level&) = delete;
+    Level& operator=(const Level&) = delete;
+
+   private:
+    std::size_t& depth_;
+  };
+
+  const char* const end_;
+  const bool comments_;
+  std::size_t depth_ = 0;
+};
+
+}  // namespace dovra_json::detail
