@@ -15,6 +15,7 @@ TEST(DecodeSmall, ShapesAndStorageOrder) {
       {R"("é😀")", Ch(u"é😀", {1, 3})},  // UTF-16 code units: the surrogate pair counts twice
       {"[]", D({}, {0, 1})},
       {"[[]]", D({}, {1, 0})},
+      {"[[],[]]", D({}, {2, 0})},  // an empty result has no data to fill (found by fuzzing)
       {"[1,2,3]", D({1, 2, 3}, {3, 1})},
       {"[[1,2,3],[4,5,6]]", D({1, 4, 2, 5, 3, 6}, {2, 3})},
       {"[[[1,2],[3,4]],[[5,6],[7,8]]]", D({1, 5, 3, 7, 2, 6, 4, 8}, {2, 2, 2})},

@@ -200,7 +200,8 @@ matrix::owned_array fill_small(const Array& outer, const dims_vector& dims) {
   // leaf per element, so the array is backed by data before it is made.
   if (dims.size() == 1 || shape_is_exact(outer, layout, 0)) {
     auto a = uninitialised_array<T>(result_dims);
-    if (fill_exact(outer, layout, 0, 0, data_of<T>(a))) return a;
+    // An empty array has no data to point into: nothing to fill.
+    if (ixGetNumberOfElements(a.get()) == 0 || fill_exact(outer, layout, 0, 0, data_of<T>(a))) return a;
   }
 
   // Something is off. Report it in the order of the plain algorithm: the
