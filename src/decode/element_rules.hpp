@@ -11,7 +11,7 @@
 #include <type_traits>
 
 #include "errors/conversion_exceptions.hpp"
-#include "decode/special_float.hpp"
+#include "decode/nonfinite_object.hpp"
 #include "foundation/json/value.hpp"
 #include "host/class_traits.hpp"
 

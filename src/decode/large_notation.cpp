@@ -9,7 +9,7 @@
 #include "decode/element_rules.hpp"
 #include "decode/flat_data.hpp"
 #include "decode/ixtal_type.hpp"
-#include "decode/special_float.hpp"
+#include "decode/nonfinite_object.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "host/json_keys.hpp"
 
