@@ -1,7 +1,6 @@
 // The encode builtin: its arguments, the classes it refuses, and how deep
 // its output may nest.
 
-#include <pthread.h>
 
 #include <optional>
 
@@ -108,22 +107,6 @@ TEST(EncodeBuiltin, UnsupportedClassesAreNamed) {
     }
 }
 
-// Runs f on a thread with a 1 MiB stack, the smallest a host thread gets.
-template <class F>
-void on_small_stack(F f) {
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, 1 << 20);
-  pthread_t thread;
-  auto run = [](void* p) -> void* {
-    (*static_cast<F*>(p))();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attr, run, &f), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attr);
-}
-
 shared_array nest(std::size_t levels, shared_array inner, bool in_structs) {
   owned_array a = own(inner);
   for (std::size_t i = 0; i < levels; ++i) {
@@ -161,7 +144,7 @@ TEST(EncodeBuiltin, NestingLimit) {
   };
   LeakCheck leaks;
   for (const row& r : rows)
-    on_small_stack([&] {
+    dovra_test::on_worker_stack([&] {
       SCOPED_TRACE(r.label);
       if (!r.fits) return expect_failure([&] { encode(r.array.get(), r.format, r.nan); }, kTooDeep);
       const std::string json = encode(r.array.get(), r.format, r.nan);

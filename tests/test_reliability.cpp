@@ -4,7 +4,6 @@
 // point, and huge documents.
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/resource.h>
 
 #include <functional>
@@ -17,30 +16,6 @@ namespace {
 
 using dovra_test::owned_array;
 using resource_core::MsgArg;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// Sanitizers pad every frame; the limit is about real stacks, so give them room.
-constexpr std::size_t kWorkerStack = 8u << 20;
-constexpr bool kSanitized = true;
-#else
-constexpr std::size_t kWorkerStack = 1u << 20;  // a host worker thread
-constexpr bool kSanitized = false;
-#endif
-
-// Runs f on a fresh thread with the given stack size and waits for it.
-void on_small_stack(const std::function<void()>& f) {
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, kWorkerStack);
-  pthread_t t;
-  auto body = [](void* p) -> void* {
-    (*static_cast<const std::function<void()>*>(p))();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&t, &attr, body, const_cast<std::function<void()>*>(&f)), 0);
-  pthread_join(t, nullptr);
-  pthread_attr_destroy(&attr);
-}
 
 std::string nested_arrays(std::size_t depth) { return std::string(depth, '[') + "1" + std::string(depth, ']'); }
 
@@ -72,7 +47,7 @@ constexpr std::size_t kLimit = dovra_json::kMaxNestingDepth;
 TEST(Reliability, DecodingAtTheNestingLimitWorksAndOneLevelMoreIsRefused) {
   dovra_test::library();
   dovra_test::LeakCheck leaks;
-  on_small_stack([] {
+  dovra_test::on_worker_stack([] {
     EXPECT_NO_THROW(dovra_test::decode(nested_arrays(kLimit)));
     EXPECT_NO_THROW(dovra_test::decode(nested_objects(kLimit)));
     for (const std::string& deeper : {nested_arrays(kLimit + 1), nested_objects(kLimit + 1)}) {
@@ -95,7 +70,7 @@ TEST(Reliability, DecodingAtTheNestingLimitWorksAndOneLevelMoreIsRefused) {
 TEST(Reliability, EncodingStopsAtADepthTheDecoderStillReads) {
   dovra_test::library();
   dovra_test::LeakCheck leaks;
-  on_small_stack([] {
+  dovra_test::on_worker_stack([] {
     // The deepest cell nesting that encodes must decode back to itself.
     std::size_t deepest = 0;
     for (std::size_t depth = 1; depth <= kLimit; depth += 1) {
@@ -235,7 +210,7 @@ TEST(Reliability, EveryAllocationFailureIsAnOutOfMemoryErrorAndLeavesNothing) {
 }
 
 TEST(Reliability, AHugeDocumentDecodesWithinASmallFactorOfItsSize) {
-  if (kSanitized) GTEST_SKIP() << "memory is measured without sanitizers";
+  if (dovra_test::sanitized()) GTEST_SKIP() << "memory is measured without sanitizers";
   dovra_test::library();
   // About 200 MB of measured values in small notation, 10 to a row.
   std::string doc = "[";

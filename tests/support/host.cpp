@@ -1,5 +1,7 @@
 #include "support/host.hpp"
 
+#include <pthread.h>
+
 #include <boost/variant/get.hpp>
 #include <sstream>
 
@@ -119,6 +121,28 @@ owned_array make_strings(const std::vector<std::optional<std::u16string>>& texts
 
 std::vector<ixSize> dims_of(const ixArray* a) {
   return std::vector<ixSize>(ixGetDimensions(a), ixGetDimensions(a) + ixGetNumberOfDimensions(a));
+}
+
+bool sanitized() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return true;
+#else
+  return false;
+#endif
+}
+
+void on_worker_stack(const std::function<void()>& f) {
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, sanitized() ? 8u << 20 : 1u << 20);
+  pthread_t t;
+  auto body = [](void* p) -> void* {
+    (*static_cast<const std::function<void()>*>(p))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&t, &attr, body, const_cast<std::function<void()>*>(&f)), 0);
+  pthread_join(t, nullptr);
+  pthread_attr_destroy(&attr);
 }
 
 LeakCheck::LeakCheck() : before_(ixtal::testing::live_arrays()) {}

@@ -72,6 +72,12 @@ owned_array make_strings(const std::vector<std::optional<std::u16string>>& texts
 
 std::vector<ixSize> dims_of(const ixArray* a);
 
+// True in builds with AddressSanitizer or ThreadSanitizer.
+bool sanitized();
+// Runs f on a fresh thread whose stack is that of a host worker thread,
+// 1 MiB (8 MiB under sanitizers, which pad every frame), and waits for it.
+void on_worker_stack(const std::function<void()>& f);
+
 // Arrays made and not destroyed since construction must be zero at
 // destruction.
 class LeakCheck {
