@@ -269,6 +269,40 @@ TEST(json_string_to_double, RoundsCorrectlyAndSaturatesOutOfRange) {
   }
 }
 
+// The parser takes a quick path for numbers whose digits fit 64 bits and
+// whose power of ten is small; whichever path a number takes, its double is
+// the general conversion's.
+TEST(json_parser_numbers, AgreeWithTheGeneralConversion) {
+  const std::string rows[] = {
+      "0", "-0", "0e5", "-0.0e-5", "0123", "-0123", "7", "0.1", "0.5e1", "1E+2", "123456789012345678",
+      "9007199254740992", "9007199254740993",    // 2^53 + 1: halfway between two doubles
+      "9007199254740993.0", "90071992547409930e-1",
+      "18446744073709551615", "18446744073709551616", "1234567890123456789", "12345678901234567890",
+      "0.6494516858128923", "-0.0029805269329934497", "1.7976931348623157e308", "4.9406564584124654e-324",
+      "1e22", "1e23", "1e27", "1e28", "1e-22", "1e-23", "1e-27", "1e-28", "123456789012345678e-27",
+      "0.00000000000000000001", "1" + std::string(30, '0'), "0." + std::string(30, '0') + "1",
+  };
+  auto check = [](const std::string& text) {
+    const double expected = fj::detail::string_to_double(text.data(), text.data() + text.size());
+    const double got = dovra_json::parse(text).as_double();
+    EXPECT_EQ(bits(got), bits(expected)) << text;
+    return bits(got) == bits(expected);
+  };
+  for (const auto& row : rows) check(row);
+  std::mt19937_64 rng(5);
+  for (int i = 0; i < 200000; ++i) {
+    std::string text = rng() % 2 ? "-" : "";
+    const int digits = 1 + int(rng() % 20), point = int(rng() % (digits + 1));
+    text += char('1' + rng() % 9);
+    for (int k = 1; k < digits; ++k) {
+      if (k == point) text += '.';
+      text += char('0' + rng() % 10);
+    }
+    if (rng() % 3 == 0) text += "e" + std::to_string(int(rng() % 70) - 35);
+    if (!check(text)) break;
+  }
+}
+
 TEST(json_u16_to_u8, WritesReplacementForUnpairedSurrogates) {
   const struct {
     char16_t first, second;

@@ -208,6 +208,48 @@ TEST(Text, MeasureAgreesWithConversionOnAnyBytes) {
   }
 }
 
+// The long ASCII runs of real text take a block path; what breaks a run may
+// sit anywhere in or after a block.
+TEST(Text, BlockPathsAgreeWithUnitByUnitConversion) {
+  auto reference_utf8 = [](const std::u16string& units) {
+    std::string out;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+      char32_t cp = units[i];
+      if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < units.size() && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF)
+        cp = 0x10000 + ((cp - 0xD800) << 10) + (units[++i] - 0xDC00);
+      else if (cp >= 0xD800 && cp <= 0xDFFF)
+        cp = 0xFFFD;
+      const int n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+      const unsigned char lead[] = {0, 0x00, 0xC0, 0xE0, 0xF0};
+      out += char(lead[n] | (cp >> (6 * (n - 1))));
+      for (int k = n - 2; k >= 0; --k) out += char(0x80 | ((cp >> (6 * k)) & 0x3F));
+    }
+    return out;
+  };
+  const char16_t breakers[] = {0x7F, 0x80, 0x7FF, 0x800, 0xD800, 0xDC00, 0xFFFF};
+  std::mt19937 rng(11);
+  fl::i18n::codecvt_string_to_ustring to16("UTF-8");
+  fl::i18n::codecvt_ustring_to_string to8("UTF-8");
+  for (int round = 0; round < 3000; ++round) {
+    std::u16string units(rng() % 70, u'x');
+    for (char16_t& u : units) u = char16_t(' ' + rng() % 90);
+    for (int k = rng() % 3; k > 0 && !units.empty(); --k) units[rng() % units.size()] = breakers[rng() % 7];
+    if (units.size() > 1 && rng() % 4 == 0) units.replace(rng() % (units.size() - 1), 2, u"\U0001F600");
+    const std::string expected = reference_utf8(units);
+    ASSERT_EQ(to8(units), expected);
+    std::size_t size = 0;
+    const auto exact = to8.convert_once(units.data(), units.size(), size);
+    ASSERT_EQ(std::string(exact.get(), size), expected);
+    std::string room(3 * units.size(), '\0');
+    room.resize(to8.convert_bounded(units.data(), units.size(), room.data()));
+    ASSERT_EQ(room, expected);
+    std::u16string back(expected.size(), u'\0');
+    back.resize(to16.convert_bounded(expected.data(), expected.size(), back.data()));
+    ASSERT_EQ(back, to16(expected));
+    ASSERT_EQ(back.size(), to16.measure(expected.data(), expected.size()));
+  }
+}
+
 // --- packages and calls --------------------------------------------------------
 
 void answer(std::int32_t, ixArray* plhs[], std::int32_t, const ixArray*[]) { plhs[0] = ixCreateDoubleScalar(42); }

@@ -6,6 +6,7 @@
 #include <complex>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 #include "ixtal/errors.hpp"
@@ -45,6 +46,29 @@ std::size_t element_size(ixClassID cls) noexcept {
 
 bool is_numeric_class(ixClassID cls) noexcept { return cls >= ixDOUBLE_CLASS && cls <= ixUINT64_CLASS; }
 
+}  // namespace
+
+void ixDimensionList::assign(const ixSize* first, const ixSize* last) {
+  const std::size_t n = std::size_t(last - first);
+  if (n > capacity_) {
+    release();
+    size_ = 0;
+    grow(n);
+  }
+  std::copy(first, last, data_);
+  size_ = n;
+}
+
+void ixDimensionList::grow(std::size_t capacity) {
+  ixSize* bigger = new ixSize[capacity];
+  std::copy(data_, data_ + size_, bigger);
+  if (data_ != in_place_) delete[] data_;
+  data_ = bigger;
+  capacity_ = capacity;
+}
+
+namespace {
+
 // Normalises a dimension list the way the host shows arrays: at least two
 // entries, no trailing singleton beyond the second. Raises out-of-memory when
 // the element count overflows 64 bits.
@@ -63,19 +87,48 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
   a->numel = n;
 }
 
+// Data up to this size live in the record's own allocation: scalars and
+// short texts, which a decoded document holds by the hundred thousand, then
+// cost one allocation each instead of two.
+constexpr std::size_t kDataInRecord = 64;
+
 struct new_array {
   ixArray* a;
-  new_array() {
+  // data_bytes: room for data after the record (0: none).
+  explicit new_array(std::size_t data_bytes = 0) {
     count_creation();
-    a = new ixArray;
+    void* block = ::operator new(sizeof(ixArray) + data_bytes);
+    a = new (block) ixArray;
+    if (data_bytes) {
+      a->data = reinterpret_cast<unsigned char*>(block) + sizeof(ixArray);
+      a->data_in_record = true;
+    }
     g_live.fetch_add(1, std::memory_order_relaxed);
   }
   ~new_array() { ixDestroyArray(a); }
   ixArray* release() { return std::exchange(a, nullptr); }
 };
+static_assert(sizeof(ixArray) % alignof(double) == 0, "data after the record are aligned for any element");
+
+// The bytes of data a full array of this shape needs, when they are few
+// enough to live in the record; 0 otherwise (no data, or too many).
+std::size_t data_in_record_bytes(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx) noexcept {
+  ixSize n = 1;
+  for (std::size_t i = 0; i < ndim; ++i) {
+    if (dims[i] > kDataInRecord) return 0;
+    n *= dims[i];
+    if (n > kDataInRecord) return 0;
+  }
+  const std::size_t bytes = std::size_t(n) * element_size(cls) * (cx == ixCOMPLEX ? 2 : 1);
+  return bytes <= kDataInRecord ? bytes : 0;
+}
 
 void allocate_data(ixArray* a, bool zeroed) {
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
+  if (a->data_in_record) {
+    if (zeroed) std::memset(a->data, 0, a->numel * elem);
+    return;
+  }
   if (a->numel == 0) return;
   if (a->numel > kMaxArrayBytes / elem) out_of_memory();
   const std::size_t bytes = a->numel * elem;
@@ -88,7 +141,7 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
     throw std::invalid_argument("array creation: not a numeric, logical or char class");
   if (cx == ixCOMPLEX && !is_numeric_class(cls))
     throw std::invalid_argument("array creation: only numeric classes can be complex");
-  new_array n;
+  new_array n(data_in_record_bytes(ndim, dims, cls, cx));
   n.a->class_id = cls;
   n.a->complex = cx == ixCOMPLEX;
   set_shape(n.a, ndim, dims);
@@ -167,15 +220,23 @@ ixArray* ixCreateStringFromUtf16(std::u16string_view text) {
   if (!text.empty()) std::memcpy(a->data, text.data(), text.size() * sizeof(char16_t));
   return a;
 }
-ixArray* ixCreateString(const char* utf8) {
-  const std::size_t n = std::strlen(utf8);
-  fl::i18n::codecvt_string_to_ustring cvt("UTF-8");
-  const std::size_t units = cvt.measure(utf8, n);
-  const ixSize dims[2] = {ixSize(units == 0 ? 0 : 1), units};
+ixArray* ixCreateStringFromUtf8(std::string_view utf8) {
+  // UTF-16 never takes more units than UTF-8 has bytes, so the text is
+  // converted once into room for that many and the row trimmed after.
+  const ixSize dims[2] = {ixSize(utf8.empty() ? 0 : 1), utf8.size()};
   ixArray* a = make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
-  if (units) cvt.convert_into(utf8, n, static_cast<char16_t*>(a->data));
+  if (utf8.empty()) return a;
+  const fl::i18n::codecvt_string_to_ustring cvt("UTF-8");
+  const std::size_t units = cvt.convert_bounded(utf8.data(), utf8.size(), static_cast<char16_t*>(a->data));
+  if (units != utf8.size()) {
+    a->dims[1] = units;
+    a->numel = units;
+    if (!a->data_in_record)
+      if (void* smaller = std::realloc(a->data, units * sizeof(char16_t))) a->data = smaller;
+  }
   return a;
 }
+ixArray* ixCreateString(const char* utf8) { return ixCreateStringFromUtf8(utf8); }
 ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims) { return make_container(ndim, dims, ixCELL_CLASS, 1); }
 ixArray* ixCreateCellMatrix(ixSize m, ixSize n) {
   const ixSize dims[2] = {m, n};
@@ -265,8 +326,9 @@ void ixDestroyArray(ixArray* a) noexcept {
           ixDestroyArray(e);  // no memory for the list: fall back to recursion
         }
       }
-    std::free(a->data);
-    delete a;
+    if (!a->data_in_record) std::free(a->data);
+    a->~ixArray();
+    ::operator delete(a);
     g_live.fetch_sub(1, std::memory_order_relaxed);
     a = nullptr;
     if (!pending.empty()) {
@@ -333,7 +395,7 @@ std::size_t ixGetElementSize(const ixArray* a) noexcept { return element_size(a-
 
 void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim) {
   const ixSize before = a->numel;
-  const std::vector<ixSize> old = a->dims;
+  const ixDimensionList old = a->dims;
   set_shape(a, ndim, dims);
   if (a->numel != before) {
     a->dims = old;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <emmintrin.h>
 #include <stdexcept>
 
 namespace fl::i18n {
@@ -12,13 +13,7 @@ void require_utf8(const char* codeset) {
     throw std::invalid_argument(std::string("unsupported code set: ") + (codeset ? codeset : "(null)"));
 }
 
-// Eight ASCII code units at a time: the common case of JSON text.
-inline bool ascii8_u16(const char16_t* p) {
-  std::uint64_t a, b;
-  std::memcpy(&a, p, 8);
-  std::memcpy(&b, p + 4, 8);
-  return ((a | b) & 0xFF80FF80FF80FF80ull) == 0;
-}
+// Eight ASCII bytes at a time: the common case of JSON text.
 inline bool ascii8_u8(const char* p) {
   std::uint64_t a;
   std::memcpy(&a, p, 8);
@@ -105,42 +100,102 @@ inline void for_each_unit(const char* text, std::size_t n, Emit&& emit) {
 
 codecvt_ustring_to_string::codecvt_ustring_to_string(const char* codeset, bool) { require_utf8(codeset); }
 
-void codecvt_ustring_to_string::convert(const char16_t* text, std::size_t n, std::string& out) const {
-  const std::size_t start = out.size();
-  out.resize(start + 3 * n);  // the most any UTF-16 unit needs
-  char* o = out.data() + start;
+namespace {
+
+// Length of the ASCII run at the start of [text, text + n), sixteen units
+// at a time; out (when not null) receives the run as bytes.
+std::size_t ascii_run_u16(const char16_t* text, std::size_t n, char* out) noexcept {
+  const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
   std::size_t i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 8));
+    const __m128i any = _mm_and_si128(_mm_or_si128(a, b), high);
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(any, _mm_setzero_si128())) != 0xFFFF) break;
+    if (out) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(a, b));
+  }
+  for (; i < n && text[i] < 0x80; ++i)
+    if (out) out[i] = char(text[i]);
+  return i;
+}
+
+// The code point at text[i] (a pair counts as one; an unpaired surrogate
+// is U+FFFD); i moves past it.
+inline char32_t next_code_point(const char16_t* text, std::size_t n, std::size_t& i) noexcept {
+  const char32_t u = text[i++];
+  if (u >= 0xD800 && u <= 0xDBFF && i < n && text[i] >= 0xDC00 && text[i] <= 0xDFFF)
+    return 0x10000 + ((u - 0xD800) << 10) + (text[i++] - 0xDC00);
+  if (u >= 0xD800 && u <= 0xDFFF) return 0xFFFD;
+  return u;
+}
+
+}  // namespace
+
+std::size_t codecvt_ustring_to_string::measure(const char16_t* text, std::size_t n) const noexcept {
+  std::size_t bytes = 0, i = 0;
   while (i < n) {
-    if (i + 8 <= n && ascii8_u16(text + i)) {
-      for (int k = 0; k < 8; ++k) o[k] = char(text[i + k]);
-      o += 8;
-      i += 8;
-      continue;
-    }
-    const char32_t u = text[i++];
-    char32_t cp = u;
-    if (u >= 0xD800 && u <= 0xDBFF && i < n && text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
-      cp = 0x10000 + ((u - 0xD800) << 10) + (text[i++] - 0xDC00);
-    } else if (u >= 0xD800 && u <= 0xDFFF) {
-      cp = 0xFFFD;
-    }
-    if (cp < 0x80) {
-      *o++ = char(cp);
-    } else if (cp < 0x800) {
-      *o++ = char(0xC0 | (cp >> 6));
-      *o++ = char(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      *o++ = char(0xE0 | (cp >> 12));
-      *o++ = char(0x80 | ((cp >> 6) & 0x3F));
-      *o++ = char(0x80 | (cp & 0x3F));
-    } else {
-      *o++ = char(0xF0 | (cp >> 18));
-      *o++ = char(0x80 | ((cp >> 12) & 0x3F));
-      *o++ = char(0x80 | ((cp >> 6) & 0x3F));
-      *o++ = char(0x80 | (cp & 0x3F));
+    const std::size_t run = ascii_run_u16(text + i, n - i, nullptr);
+    bytes += run;
+    i += run;
+    while (i < n && text[i] >= 0x80) {
+      const char32_t cp = next_code_point(text, n, i);
+      bytes += cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
     }
   }
-  out.resize(std::size_t(o - out.data()));
+  return bytes;
+}
+
+void codecvt_ustring_to_string::convert_into(const char16_t* text, std::size_t n, char* o) const noexcept {
+  convert_bounded(text, n, o);
+}
+
+std::size_t codecvt_ustring_to_string::convert_bounded(const char16_t* text, std::size_t n, char* o) const noexcept {
+  char* const first = o;
+  std::size_t i = 0;
+  while (i < n) {
+    const std::size_t run = ascii_run_u16(text + i, n - i, o);
+    o += run;
+    i += run;
+    while (i < n && text[i] >= 0x80) {
+      const char32_t cp = next_code_point(text, n, i);
+      if (cp < 0x800) {
+        *o++ = char(0xC0 | (cp >> 6));
+        *o++ = char(0x80 | (cp & 0x3F));
+      } else if (cp < 0x10000) {
+        *o++ = char(0xE0 | (cp >> 12));
+        *o++ = char(0x80 | ((cp >> 6) & 0x3F));
+        *o++ = char(0x80 | (cp & 0x3F));
+      } else {
+        *o++ = char(0xF0 | (cp >> 18));
+        *o++ = char(0x80 | ((cp >> 12) & 0x3F));
+        *o++ = char(0x80 | ((cp >> 6) & 0x3F));
+        *o++ = char(0x80 | (cp & 0x3F));
+      }
+    }
+  }
+  return std::size_t(o - first);
+}
+
+void codecvt_ustring_to_string::convert(const char16_t* text, std::size_t n, std::string& out) const {
+  const std::size_t start = out.size();
+  out.resize(start + measure(text, n));
+  convert_into(text, n, out.data() + start);
+}
+
+std::unique_ptr<char[]> codecvt_ustring_to_string::convert_once(const char16_t* text, std::size_t n,
+                                                                std::size_t& size) const {
+  // Text that is all ASCII (the usual JSON) fills a buffer of n exactly.
+  // At the first other unit the buffer grows to the most the rest can need;
+  // nothing fills it beforehand, so memory never written is never touched.
+  std::unique_ptr<char[]> out(new char[n ? n : 1]);
+  const std::size_t prefix = ascii_run_u16(text, n, out.get());
+  size = prefix;
+  if (prefix == n) return out;
+  std::unique_ptr<char[]> room(new char[prefix + 3 * (n - prefix)]);
+  std::memcpy(room.get(), out.get(), prefix);
+  out.reset();
+  size = prefix + convert_bounded(text + prefix, n - prefix, room.get() + prefix);
+  return room;
 }
 
 codecvt_string_to_ustring::codecvt_string_to_ustring(const char* codeset, bool) { require_utf8(codeset); }
@@ -154,20 +209,30 @@ std::size_t codecvt_string_to_ustring::measure(const char* text, std::size_t n) 
 }
 
 void codecvt_string_to_ustring::convert_into(const char* text, std::size_t n, char16_t* out) const noexcept {
+  convert_bounded(text, n, out);
+}
+
+std::size_t codecvt_string_to_ustring::convert_bounded(const char* text, std::size_t n, char16_t* out) const noexcept {
+  char16_t* const first = out;
   std::size_t i = 0;
   while (i < n) {
-    if (i + 8 <= n && ascii8_u8(text + i)) {
-      for (int k = 0; k < 8; ++k) out[k] = char16_t(static_cast<unsigned char>(text[i + k]));
-      out += 8;
-      i += 8;
-      continue;
+    while (i + 16 <= n) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+      if (_mm_movemask_epi8(b) != 0) break;
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(b, _mm_setzero_si128()));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(b, _mm_setzero_si128()));
+      out += 16;
+      i += 16;
     }
-    // Decode up to the next ASCII run.
+    for (; i < n && static_cast<unsigned char>(text[i]) < 0x80; ++i) *out++ = char16_t(text[i]);
+    if (i == n) break;
+    // Decode up to the next ASCII byte.
     std::size_t j = i + 1;
     while (j < n && (static_cast<unsigned char>(text[j]) & 0xC0) == 0x80) ++j;
     for_each_unit(text + i, j - i, [&](char16_t u) { *out++ = u; });
     i = j;
   }
+  return std::size_t(out - first);
 }
 
 void codecvt_string_to_ustring::convert(const char* text, std::size_t n, std::u16string& out) const {

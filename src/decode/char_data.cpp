@@ -22,10 +22,7 @@ matrix::owned_array filled(const std::string& utf8, std::size_t units, const dim
 
 }  // namespace
 
-matrix::owned_array char_row(const std::string& utf8) {
-  const std::size_t units = from_utf8().measure(utf8.data(), utf8.size());
-  return filled(utf8, units, dims_vector{ixSize(units ? 1 : 0), units});
-}
+matrix::owned_array char_row(const std::string& utf8) { return matrix::owned_array(ixCreateStringFromUtf8(utf8)); }
 
 matrix::owned_array char_array(const std::string& utf8, const dims_vector& dims) {
   const std::size_t units = from_utf8().measure(utf8.data(), utf8.size());

@@ -69,8 +69,7 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
   } catch (const ixtal_json::IxNestingTooDeep&) {
     ixErrMsgId(DOVRA::IXTAL::JSON::EncodeNestingTooDeep());
   }
-  // The serializer escapes U+0000, so the text holds no NUL before its end.
-  plhs[0] = ixCreateString(text.c_str());
+  plhs[0] = ixCreateStringFromUtf8(text);
 }
 
 }  // namespace dovra_entry

@@ -13,12 +13,16 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "foundation/json/support.hpp"
 #include "foundation/json/value.hpp"
 #include "ixtal/text.hpp"
+#include "json/decimal.hpp"
 #include "json/limits.hpp"
 #include "json/parse_step.hpp"
 
@@ -27,7 +31,19 @@ namespace dovra_json::detail {
 template <class Derived>
 class BasicParser {
  public:
-  BasicParser(const char* end, unsigned char flags) noexcept : end_(end), comments_((flags & kAllowComments) != 0) {}
+  // text_size: the length of the whole text, for sizing the scratch stack.
+  BasicParser(const char* end, unsigned char flags, std::size_t text_size = 0) noexcept
+      : end_(end), comments_((flags & kAllowComments) != 0) {
+    // Room for one element per eight bytes of text, what a dense numeric
+    // array needs, so that a large one does not regrow its way up through
+    // the stack (one pass over fresh memory instead of twenty). Reserved
+    // room that is never written is never touched. Only a hint: without
+    // the memory the stack grows as it must.
+    try {
+      scratch_.reserve(text_size / 8);
+    } catch (const std::bad_alloc&) {
+    }
+  }
 
  protected:
   using ParseResult = foundation::json::ParseResult;
@@ -51,32 +67,44 @@ class BasicParser {
   }
 
   // A leading zero does not end the integer part: "0123" is 123, but the
-  // digits after it cannot take a fraction ("01.5" stops at the '.').
+  // digits after it cannot take a fraction ("01.5" stops at the '.'). The
+  // digits are gathered as they are checked, so most numbers need no second
+  // reading.
   ParseResult number(const char*& p, Value& out) {
     const char* const first = p;
     if (p == end_) return foundation::json::kUnexpectedEnd;
-    if (*p == '-' && ++p == end_) return foundation::json::kUnexpectedEnd;
+    const bool negative = *p == '-';
+    if (negative && ++p == end_) return foundation::json::kUnexpectedEnd;
+    std::uint64_t m = 0;
+    long long count = 0;
+    long long power = 0;
     if (*p == '0') {
       ++p;
       if (p != end_ && *p == '.') {
-        if (const ParseResult r = fraction(p); r != foundation::json::kParseOk) return r;
+        if (const ParseResult r = fraction(p, m, count, power); r != foundation::json::kParseOk) return r;
       } else {
-        skip_digits(p);
+        digits(p, m, count);
       }
     } else {
       if (!is_digit(*p)) return foundation::json::kDigitExpected;
-      skip_digits(p);
+      digits(p, m, count);
       if (p != end_ && *p == '.') {
-        if (const ParseResult r = fraction(p); r != foundation::json::kParseOk) return r;
+        if (const ParseResult r = fraction(p, m, count, power); r != foundation::json::kParseOk) return r;
       }
     }
     if (p != end_ && (*p == 'e' || *p == 'E')) {
       if (++p == end_) return foundation::json::kUnexpectedEnd;
+      const bool down = *p == '-';
       if ((*p == '+' || *p == '-') && ++p == end_) return foundation::json::kUnexpectedEnd;
       if (!is_digit(*p)) return foundation::json::kExponentDigitExpected;
-      skip_digits(p);
+      long long e = 0;
+      for (; p != end_ && is_digit(*p); ++p)
+        if (e < kFarExponent) e = e * 10 + (*p - '0');
+      power += down ? -e : e;
     }
-    out = Value(foundation::json::detail::string_to_double(first, p));
+    double d;
+    if (!exact_decimal(m, count, power, negative, d)) d = foundation::json::detail::string_to_double(first, p);
+    out = Value(d);
     return foundation::json::kParseOk;
   }
 
@@ -88,11 +116,15 @@ class BasicParser {
     ++p;
     skip_white_space(p);
     if (p == end_) return foundation::json::kUnexpectedEnd;
-    foundation::json::Array elements;
+    // Elements gather on the scratch stack shared by every level and move
+    // into a vector of exactly their number at the closing bracket: no
+    // vector regrows element by element.
+    const std::size_t mark = scratch_.size();
     if (*p != ']') {
       for (;;) {
-        if (const ParseResult r = derived().value(p, elements.emplace_back()); r != foundation::json::kParseOk)
-          return r;
+        Value element;
+        if (const ParseResult r = derived().value(p, element); r != foundation::json::kParseOk) return r;
+        scratch_.push_back(std::move(element));
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p == ']') break;
@@ -102,7 +134,16 @@ class BasicParser {
       }
     }
     ++p;
-    out = Value(std::move(elements));
+    if (mark == 0 && scratch_.size() >= scratch_.capacity() / 2) {
+      // Everything on the stack is this array's and fills at least half of
+      // it (a large flat array, most often): the stack itself becomes the
+      // array, with no copy and no more spare room than regrowing leaves.
+      out = Value(std::exchange(scratch_, {}));
+      return foundation::json::kParseOk;
+    }
+    const auto first = scratch_.begin() + std::ptrdiff_t(mark);
+    out = Value(foundation::json::Array(std::make_move_iterator(first), std::make_move_iterator(scratch_.end())));
+    scratch_.erase(first, scratch_.end());
     return foundation::json::kParseOk;
   }
 
@@ -225,15 +266,30 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
-  void skip_digits(const char*& p) const noexcept {
-    while (p != end_ && is_digit(*p)) ++p;
+  // Beyond any double's range, and far from overflowing when saturated.
+  static constexpr long long kFarExponent = 1'000'000'000;
+
+  // Reads a run of digits into m (count says how many, m wraps beyond 19),
+  // eight at a time while eight are there.
+  void digits(const char*& p, std::uint64_t& m, long long& count) const noexcept {
+    while (end_ - p >= 8) {
+      std::uint64_t w;
+      std::memcpy(&w, p, 8);
+      if (!eight_digits(w)) break;
+      m = m * 100000000 + eight_digit_value(w);
+      p += 8;
+      count += 8;
+    }
+    for (; p != end_ && is_digit(*p); ++p, ++count) m = m * 10 + std::uint64_t(*p - '0');
   }
 
-  // p is on the '.'.
-  ParseResult fraction(const char*& p) const noexcept {
+  // p is on the '.'; each fraction digit lowers the power by one.
+  ParseResult fraction(const char*& p, std::uint64_t& m, long long& count, long long& power) const noexcept {
     if (++p == end_) return foundation::json::kUnexpectedEnd;
     if (!is_digit(*p)) return foundation::json::kFractionDigitExpected;
-    skip_digits(p);
+    const char* const start = p;
+    digits(p, m, count);
+    power -= p - start;
     return foundation::json::kParseOk;
   }
 
@@ -272,6 +328,7 @@ class BasicParser {
   const char* const end_;
   const bool comments_;
   std::size_t depth_ = 0;
+  std::vector<Value> scratch_;
 };
 
 }  // namespace dovra_json::detail

@@ -1,5 +1,6 @@
 #include "json/parse_step.hpp"
 
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -15,7 +16,7 @@ namespace dovra_json {
 
 namespace fj = foundation::json;
 
-fj::Value parse(const std::string& utf8, unsigned char flags) {
+fj::Value parse(std::string_view utf8, unsigned char flags) {
   const char* const begin = utf8.data();
   const char* const end = begin + utf8.size();
   const char* cur = begin;
@@ -75,12 +76,15 @@ fj::Value parse_text_argument(const ixArray* arg) {
   }
   if (!text) ixErrMsgId(IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector());
 
-  std::string utf8;
-  if (!text->empty()) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(text->data(), text->size(), utf8);
+  // A request body can be tens of megabytes: converted in one pass, with no
+  // zero fill and no spare room when it is all ASCII.
+  std::size_t size = 0;
+  const std::unique_ptr<char[]> utf8 =
+      fl::i18n::codecvt_ustring_to_string("UTF-8").convert_once(text->data(), text->size(), size);
 
   std::optional<ParseFailure> failure;
   try {
-    return parse(utf8, 0);
+    return parse(std::string_view(utf8.get(), size), 0);
   } catch (const fj::ParserException& e) {
     failure = describe(e);
   }

@@ -29,9 +29,11 @@ class Parser : public detail::BasicParser<Parser> {
     if (p == end()) return fj::kUnexpectedEnd;
     switch (*p) {
       case '"': {
-        std::string s;
-        const ParseResult r = string(p, s);
-        if (r == fj::kParseOk) out = Value(std::move(s));
+        // Read into a buffer that keeps its room from string to string, then
+        // copied once at its final size.
+        text_.clear();
+        const ParseResult r = string(p, text_);
+        if (r == fj::kParseOk) out = Value(std::string(text_));
         return r;
       }
       case '-': case '0': case '1': case '2': case '3': case '4':
@@ -47,6 +49,8 @@ class Parser : public detail::BasicParser<Parser> {
   }
 
  private:
+  std::string text_;
+
   template <class T>
   ParseResult literal(const char*& p, const char* word, std::size_t n, T v, Value& out) {
     if (std::size_t(end() - p) < n || std::memcmp(p, word, n) != 0) return fj::kStringExpected;
@@ -60,7 +64,7 @@ class Parser : public detail::BasicParser<Parser> {
 
 foundation::json::ParseResult parse_value(const char*& cur, const char* end, unsigned char flags,
                                           foundation::json::Value& out) {
-  return Parser(end, flags).value(cur, out);
+  return Parser(end, flags, std::size_t(end - cur)).value(cur, out);
 }
 
 }  // namespace dovra_json

@@ -10,6 +10,7 @@
 // (foundation::core::except::bad_alloc) when the element count overflows 64
 // bits or memory cannot be had; it never returns null.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -49,6 +50,53 @@ using ixLogical = bool;
 struct ixArray_tag;
 using ixArray = ixArray_tag;
 
+// The dimension list of an array record: up to four sizes held in place
+// (nearly every array), more on the heap, so creating an array costs no
+// allocation for its shape.
+class IXTAL_API ixDimensionList {
+ public:
+  ixDimensionList() noexcept = default;
+  ixDimensionList(const ixDimensionList& other) { assign(other.begin(), other.end()); }
+  ixDimensionList& operator=(const ixDimensionList& other) {
+    if (this != &other) assign(other.begin(), other.end());
+    return *this;
+  }
+  ~ixDimensionList() { release(); }
+
+  void assign(const ixSize* first, const ixSize* last);
+  void push_back(ixSize d) {
+    if (size_ == capacity_) grow(2 * capacity_);
+    data_[size_++] = d;
+  }
+  void pop_back() noexcept { --size_; }
+
+  std::size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  const ixSize* data() const noexcept { return data_; }
+  ixSize& operator[](std::size_t i) noexcept { return data_[i]; }
+  ixSize operator[](std::size_t i) const noexcept { return data_[i]; }
+  ixSize back() const noexcept { return data_[size_ - 1]; }
+  const ixSize* begin() const noexcept { return data_; }
+  const ixSize* end() const noexcept { return data_ + size_; }
+  friend bool operator==(const ixDimensionList& a, const ixDimensionList& b) noexcept {
+    return a.size_ == b.size_ && std::equal(a.begin(), a.end(), b.begin());
+  }
+
+ private:
+  static constexpr std::size_t kInPlace = 4;
+  void grow(std::size_t capacity);
+  void release() noexcept {
+    if (data_ != in_place_) delete[] data_;
+    data_ = in_place_;
+    capacity_ = kInPlace;
+  }
+
+  ixSize* data_ = in_place_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = kInPlace;
+  ixSize in_place_[kInPlace] = {};
+};
+
 // The array record. Its members are the runtime's; builtins use the
 // functions below.
 struct IXTAL_API ixArray_tag {
@@ -56,7 +104,8 @@ struct IXTAL_API ixArray_tag {
   bool complex = false;
   bool sparse = false;
   int scope = 0;
-  std::vector<ixSize> dims;          // at least two entries
+  bool data_in_record = false;       // data share the record's allocation (small arrays)
+  ixDimensionList dims;              // at least two entries
   ixSize numel = 0;                  // product of dims
   void* data = nullptr;              // numeric, logical, char: numel elements (pairs if complex)
   std::vector<ixArray*> elements;    // cell: numel; struct: numel * fields.size(), element-major
@@ -87,6 +136,8 @@ IXTAL_API ixArray* ixCreateCharArray(std::size_t ndim, const ixSize* dims);
 // A 1-by-N char row of the UTF-16 form of a NUL-terminated UTF-8 text;
 // 0-by-0 for the empty text.
 IXTAL_API ixArray* ixCreateString(const char* utf8);
+// The same from a UTF-8 text that may hold NUL.
+IXTAL_API ixArray* ixCreateStringFromUtf8(std::string_view utf8);
 // The same from UTF-16 code units.
 IXTAL_API ixArray* ixCreateStringFromUtf16(std::u16string_view text);
 IXTAL_API ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims);

@@ -6,6 +6,7 @@
 // U+FFFD.
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,18 @@ class IXTAL_API codecvt_ustring_to_string {
   explicit codecvt_ustring_to_string(const char* codeset, bool replace_invalid = true);
   // Appends the conversion of [text, text + n) to out.
   void convert(const char16_t* text, std::size_t n, std::string& out) const;
+  // The number of bytes convert() would append.
+  std::size_t measure(const char16_t* text, std::size_t n) const noexcept;
+  // Writes exactly measure(text, n) bytes to out.
+  void convert_into(const char16_t* text, std::size_t n, char* out) const noexcept;
+  // Writes the conversion to out, which has room for 3 * n bytes (never
+  // fewer than needed), and returns its length.
+  std::size_t convert_bounded(const char16_t* text, std::size_t n, char* out) const noexcept;
+  // The conversion in one pass, into a new buffer (size receives the
+  // length): for texts too large to pay for a zero fill or a second
+  // reading. All-ASCII text takes exactly n bytes; otherwise the buffer is
+  // the bound, of which only what is written is ever touched.
+  std::unique_ptr<char[]> convert_once(const char16_t* text, std::size_t n, std::size_t& size) const;
   std::string operator()(std::u16string_view text) const {
     std::string out;
     convert(text.data(), text.size(), out);
@@ -41,6 +54,9 @@ class IXTAL_API codecvt_string_to_ustring {
   std::size_t measure(const char* text, std::size_t n) const noexcept;
   // Writes exactly measure(text, n) units to out.
   void convert_into(const char* text, std::size_t n, char16_t* out) const noexcept;
+  // One pass for callers that can give room for n units (never fewer than
+  // needed): writes the conversion and returns its length.
+  std::size_t convert_bounded(const char* text, std::size_t n, char16_t* out) const noexcept;
 };
 
 namespace lcctype {

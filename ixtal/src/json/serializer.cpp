@@ -96,7 +96,7 @@ class Writer {
     char buf[32];
     char* end = integral_chars(buf, d);
     if (!end) end = std::to_chars(buf, buf + sizeof buf, d).ptr;
-    out_.append(buf, end);
+    out_.append(buf, std::size_t(end - buf));  // the counted form: the iterator form goes through replace()
   }
 
   // Numeric arrays are mostly whole numbers, and the general shortest
@@ -126,7 +126,7 @@ class Writer {
     double back = 0;
     std::from_chars(buf, r.ptr, back);
     if (std::fabs(back) <= kLargestFloat && static_cast<float>(back) == f) {
-      out_.append(buf, r.ptr);
+      out_.append(buf, std::size_t(r.ptr - buf));
       return;
     }
     number(static_cast<double>(f));
@@ -139,7 +139,7 @@ class Writer {
     for (const char* p = run; p != end; ++p) {
       const char e = kEscapes[static_cast<unsigned char>(*p)];
       if (!e) continue;
-      out_.append(run, p);
+      out_.append(run, std::size_t(p - run));
       run = p + 1;
       if (e == 'u') {
         static constexpr char kHex[] = "0123456789abcdef";
@@ -151,7 +151,7 @@ class Writer {
         out_.append(b, 2);
       }
     }
-    out_.append(run, end);
+    out_.append(run, std::size_t(end - run));
     out_.push_back('"');
   }
 
@@ -159,10 +159,36 @@ class Writer {
   const bool pretty_;
 };
 
+// Room for the text of v at the given level: never short for numbers,
+// booleans and null, so a numeric array's text is written into one buffer
+// without regrowing it; strings needing escapes may still grow it. Room
+// reserved and not written is never touched.
+std::size_t room_for(const Value& v, std::size_t level, bool pretty) noexcept {
+  constexpr std::size_t kLongestNumber = 24;  // "-2.2250738585072014e-308"
+  switch (v.index()) {
+    case Value::kString: return v.as_string().size() + 2;
+    case Value::kArray: {
+      const std::size_t per_element = 1 + (pretty ? 1 + 2 * (level + 1) : 0);
+      std::size_t n = 2 + (pretty ? 1 + 2 * level : 0);
+      for (const Value& e : v.as_array()) n += per_element + room_for(e, level + 1, pretty);
+      return n;
+    }
+    case Value::kObject: {
+      const std::size_t per_member = 4 + (pretty ? 2 + 2 * (level + 1) : 0);
+      std::size_t n = 2 + (pretty ? 1 + 2 * level : 0);
+      for (const auto& [name, member] : v.as_object())
+        n += per_member + name.size() + room_for(member, level + 1, pretty);
+      return n;
+    }
+    default: return kLongestNumber;
+  }
+}
+
 }  // namespace
 
 void Serializer::write(std::string& out, const Value& v) const {
   const std::size_t mark = out.size();
+  out.reserve(mark + room_for(v, 0, pretty_));
   try {
     Writer(out, pretty_).value(v, 0);
   } catch (...) {

@@ -97,7 +97,10 @@ class IXTAL_API Value {
     }
     return *this;
   }
-  ~Value() { destroy(); }
+  // Scalars own nothing: a million-element array dies without a million calls.
+  ~Value() {
+    if (index_ >= kString && index_ <= kObject) destroy();
+  }
 
   void swap(Value& other) noexcept {
     std::swap(index_, other.index_);
