@@ -1,5 +1,6 @@
 // The encode builtin: array, "large"|"small", "string"|"object", pretty flag.
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -32,8 +33,8 @@ Choice read_option(const ixArray* arg, const char* name, std::u16string_view fir
   }
   if (text == first_text) return first;
   if (text == second_text) return second;
-  char option[11] = {};
-  std::strncpy(option, name, sizeof option - 1);
+  char option[11] = {};  // the key takes the option's name in a fixed buffer
+  std::memcpy(option, name, std::min(std::strlen(name), sizeof option - 1));
   ixErrMsgId(component_IXTAL::catalog_class::key_InvalidArgument(option, option));
 }
 
