@@ -5,6 +5,7 @@
 
 #include <cfloat>
 #include <charconv>
+#include <cstdint>
 #include <cmath>
 #include <bit>
 #include <limits>
@@ -79,6 +80,108 @@ TEST(json_serializer, WholeNumbersGetTheShortestText) {
     const std::string general(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
     ASSERT_EQ(compact(d), general);
   }
+}
+
+// Whole numbers are written from a digit table, alone and, on another
+// path, as elements of a compact array; both must agree with the general
+// conversion, which writes scientific notation when it is shorter.
+TEST(json_serializer, WholeNumbersAtTheBoundsOfTheDigitPath) {
+  const struct {
+    double value;
+    const char* text;
+  } rows[] = {
+      {1, "1"},
+      {-1, "-1"},
+      {0, "0"},
+      {-0.0, "-0"},
+      {9, "9"},
+      {10, "10"},
+      {99, "99"},
+      {100, "100"},
+      {99999, "99999"},
+      {100000, "1e+05"},  // five zeros: scientific is one byte shorter
+      {-100000, "-1e+05"},
+      {110000, "110000"},
+      {1200000, "1200000"},  // a tie keeps the digits
+      {12000000, "1.2e+07"},
+      {-12300000, "-12300000"},
+      {123000000, "1.23e+08"},
+      {2147483647, "2147483647"},
+      {-2147483648.0, "-2147483648"},
+      {4294967295.0, "4294967295"},
+      {999999999999999, "999999999999999"},
+      {1e15, "1e+15"},
+      {1e15 + 1, "1000000000000001"},
+      {9007199254740991.0, "9007199254740991"},  // 2^53 - 1
+      {-9007199254740991.0, "-9007199254740991"},
+      {9007199254740992.0, "9007199254740992"},  // 2^53: the general path
+      {9007199254740994.0, "9007199254740994"},
+      {123456789012345678.0, "123456789012345680"},
+      {0.5, "0.5"},
+      {-1.5, "-1.5"},
+  };
+  for (const auto& row : rows) {
+    char buf[32];
+    const std::string general(buf, std::to_chars(buf, buf + sizeof buf, row.value).ptr);
+    EXPECT_EQ(general, row.text) << row.text;  // the table itself
+    EXPECT_EQ(compact(row.value), row.text);
+    EXPECT_EQ(compact(Array{row.value, row.value}), "["s + row.text + "," + row.text + "]");
+  }
+}
+
+// Every m * 10^k and its neighbours, for two-digit m, in both positions.
+TEST(json_serializer, WholeNumbersNearPowersOfTenMatchTheGeneralConversion) {
+  for (int k = 0; k <= 16; ++k) {
+    for (int m = 1; m < 100; ++m) {
+      for (int delta = -1; delta <= 1; ++delta) {
+        for (const double sign : {1.0, -1.0}) {
+          const double d = sign * (double(m) * std::pow(10.0, k) + delta);
+          char buf[32];
+          const std::string general(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
+          ASSERT_EQ(compact(d), general) << general;
+          ASSERT_EQ(compact(Array{0.5, d}), "[0.5," + general + "]") << general;
+        }
+      }
+    }
+  }
+}
+
+// Long texts pass through the writer in pieces; a piece boundary must not
+// show. Each long text is compared with its parts written one by one.
+TEST(json_serializer, LongTextIsTheSumOfItsParts) {
+  std::mt19937_64 rng(5);
+  Array mixed;
+  std::string expected_compact = "[", expected_pretty = "[";
+  for (int i = 0; i < 60000; ++i) {
+    Value e;
+    switch (rng() % 5) {
+      case 0: e = double(std::int64_t(rng() % 2000000) - 1000000); break;
+      case 1: e = std::ldexp(double(rng() % 1000000), -int(rng() % 40)); break;
+      case 2: e = std::string(rng() % 40, "a\"\n\x01"[rng() % 4]); break;
+      case 3: e = Value(rng() % 2 == 0); break;
+      default: e = Object{{"k", double(rng() % 100)}}; break;
+    }
+    expected_compact += (i ? "," : "") + compact(e);
+    std::string piece = pretty(e);
+    for (std::size_t at = piece.find('\n'); at != std::string::npos; at = piece.find('\n', at + 1))
+      piece.insert(at + 1, "  ");
+    expected_pretty += (i ? ",\n  " : "\n  ") + piece;
+    mixed.push_back(std::move(e));
+  }
+  expected_compact += "]";
+  expected_pretty += "\n]";
+  EXPECT_EQ(compact(mixed), expected_compact);
+  EXPECT_EQ(pretty(mixed), expected_pretty);
+
+  std::string long_string, expected_inner;
+  for (int i = 0; i < 20000; ++i) {
+    const std::string part(1 + rng() % 30, "xy\t\\\x1f"[rng() % 5]);
+    long_string += part;
+    const std::string written = compact(part);
+    expected_inner += written.substr(1, written.size() - 2);
+  }
+  EXPECT_EQ(compact(long_string), "\"" + expected_inner + "\"");
+  EXPECT_EQ(compact(Array{long_string, 7.0}), "[\"" + expected_inner + "\",7]");
 }
 
 TEST(json_serializer, RefusesNonFiniteNumbersAndLeavesNoPartialText) {

@@ -66,8 +66,9 @@ void append_part(Array& data, T x, NanType nan, const nesting& depth) {
 template <class T> struct part_of { using type = T; };
 template <class T> struct part_of<std::complex<T>> { using type = T; };
 
+// Flattened so that the per-element store is inline in the loop.
 template <class T>
-Value write_large(const ixArray* a, NanType nan, const nesting& depth) {
+[[gnu::flatten]] Value write_large(const ixArray* a, NanType nan, const nesting& depth) {
   using Part = typename part_of<T>::type;
   constexpr bool complex = matrix::is_complex<T>::value;
   const matrix::typed_array<T> view(a);
