@@ -140,6 +140,9 @@ TEST(DecodeLarge, HugeSizesAllocateNothing) {
       {large("cell", "[100000,100000]", "[1]"), "DecodeMismatchedTNSize"},
       {large("string", "[100000,100000]", "[null]"), "DecodeMismatchedTNSize"},
       {large("struct", "[4294967296,4294967296,2]", "{}"), "DecodeMismatchedTNSize"},
+      {large("logical", "[18446744073709549568,2]", "[true]"), "DecodeMismatchedTNSize"},
+      {large("double", "[100000,100000,100000]", "[1,true]"), "DecodeInvalidFloatingElem", {S("double")}},
+      {large("int8", "[100000,100000,100000]", "[1,1000]"), "DecodeInvalidIntegralElem", {S("int8")}},
   };
   for (const failure_row& row : rows) {
     SCOPED_TRACE(row.json);

@@ -141,6 +141,7 @@ TEST(EncodeBuiltin, NestingLimit) {
       {"333 structures", nest(333, D({1}, {1, 1}), true), "large", "string", false, false},
       {"1000 dimensions", D({1, 2}, deep), "small", "string", true, true},
       {"1000 dimensions and a NaN object", D({1, kNaN}, deep), "small", "string", false, false},
+      {"200000 cells: refused, not followed", nest(200000, D({1}, {1, 1}), false), "large", "string", false, false},
   };
   LeakCheck leaks;
   for (const row& r : rows)

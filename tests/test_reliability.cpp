@@ -25,17 +25,6 @@ std::string nested_objects(std::size_t depth) {
   return s + "1" + std::string(depth, '}');
 }
 
-// A cell holding a cell ... holding a double, depth cells in all.
-owned_array nested_cells(std::size_t depth) {
-  owned_array inner = dovra_test::make_double({1}, {1, 1});
-  for (std::size_t i = 0; i < depth; ++i) {
-    std::vector<owned_array> one;
-    one.push_back(std::move(inner));
-    inner = dovra_test::make_cell(std::move(one), {1, 1});
-  }
-  return inner;
-}
-
 std::string text_of(const MsgArg& a) {
   if (auto* s = boost::get<std::string>(&a)) return *s;
   if (auto* u = boost::get<std::u16string>(&a)) return std::string(u->begin(), u->end());
@@ -65,72 +54,6 @@ TEST(Reliability, DecodingAtTheNestingLimitWorksAndOneLevelMoreIsRefused) {
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->identifier, "DOVRA:IXTAL:JSON:DecodeNestingTooDeep");
   });
-}
-
-TEST(Reliability, EncodingStopsAtADepthTheDecoderStillReads) {
-  dovra_test::library();
-  dovra_test::LeakCheck leaks;
-  dovra_test::on_worker_stack([] {
-    // The deepest cell nesting that encodes must decode back to itself.
-    std::size_t deepest = 0;
-    for (std::size_t depth = 1; depth <= kLimit; depth += 1) {
-      auto cells = nested_cells(depth);
-      auto failure = dovra_test::failure_of([&] { dovra_test::encode(cells.get()); });
-      if (failure) {
-        EXPECT_EQ(failure->identifier, "DOVRA:IXTAL:JSON:EncodeNestingTooDeep");
-        break;
-      }
-      deepest = depth;
-    }
-    ASSERT_GE(deepest, kLimit / 4);
-    ASSERT_LT(deepest, kLimit);
-    auto cells = nested_cells(deepest);
-    for (const char* format : {"large", "small"}) {
-      const std::string json = dovra_test::encode(cells.get(), format);
-      EXPECT_TRUE(ixIsEqualN(dovra_test::decode(json).get(), cells.get())) << format;
-    }
-    // A nesting no stack could follow is refused, not followed.
-    auto very_deep = nested_cells(200000);
-    dovra_test::expect_failure([&] { dovra_test::encode(very_deep.get()); }, "DOVRA:IXTAL:JSON:EncodeNestingTooDeep");
-  });
-}
-
-struct HostileRow {
-  std::string json;
-  std::string identifier;  // empty: must decode
-  std::vector<MsgArg> args;
-};
-
-TEST(Reliability, SizesNoMemoryCouldHoldAreNeverAllocated) {
-  dovra_test::library();
-  const std::string mismatched = "DOVRA:IXTAL:JSON:DecodeMismatchedTNSize";
-  const std::vector<HostileRow> rows = {
-      {R"({"tntype":"double","tnsize":[100000,100000,100000],"tndata":[1,2,3]})", mismatched, {}},
-      {R"({"tntype":"double","tnsize":[4294967296,4294967296,2],"tndata":[1]})", mismatched, {}},
-      {R"({"tntype":"double","tnsize":[100000,100000,100000],"tndata":[1,true]})",
-       "DOVRA:IXTAL:JSON:DecodeInvalidFloatingElem", {std::string("double")}},
-      {R"({"tntype":"int8","tnsize":[100000,100000,100000],"tndata":[1,1000]})",
-       "DOVRA:IXTAL:JSON:DecodeInvalidIntegralElem", {std::string("int8")}},
-      {R"({"tntype":"double","tnsize":[100000,100000,100000],"tndata":[1,2,3],"tncomplex":true})",
-       "DOVRA:IXTAL:JSON:DecodeIncompleteComplexData", {}},
-      {R"({"tntype":"logical","tnsize":[18446744073709549568,2],"tndata":[true]})", mismatched, {}},
-      {R"({"tntype":"char","tnsize":[100000,100000,100000],"tndata":["abc"]})", mismatched, {}},
-      {R"({"tntype":"cell","tnsize":[100000,100000,100000],"tndata":[1]})", mismatched, {}},
-      {R"({"tntype":"struct","tnsize":[100000,100000,100000],"tndata":{"a":[1]}})", mismatched, {}},
-      // Without fields a structure of any size holds nothing, so it may be made.
-      {R"({"tntype":"struct","tnsize":[100000,100000,100000],"tndata":{}})", "", {}},
-      {R"({"tntype":"string","tnsize":[100000,100000,100000],"tndata":["a"]})", mismatched, {}},
-      {R"({"tntype":"double","tnsize":[0,18446744073709549568],"tndata":[]})", "", {}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.json);
-    dovra_test::LeakCheck leaks;
-    if (row.identifier.empty()) {
-      EXPECT_NO_THROW(dovra_test::decode(row.json));
-    } else {
-      dovra_test::expect_failure([&] { dovra_test::decode(row.json); }, row.identifier, row.args);
-    }
-  }
 }
 
 TEST(Reliability, IllFormedTextIsReadNeverTrusted) {

@@ -63,14 +63,6 @@ TEST(Runtime, CreatesEveryClass) {
   }
 }
 
-TEST(Runtime, NewNumericDataAreZeroAndComplexIsInterleaved) {
-  owned_array a(ixCreateNumericMatrix(2, 2, ixDOUBLE_CLASS, ixCOMPLEX));
-  const double* d = static_cast<const double*>(ixGetData(a.get()));
-  for (int i = 0; i < 8; ++i) EXPECT_EQ(d[i], 0.0);
-  matrix::typed_array<std::complex<double>> view(a.get());
-  EXPECT_EQ(view.size(), 4u);
-}
-
 TEST(Runtime, ImpossibleSizesRaiseOutOfMemory) {
   dovra_test::LeakCheck leaks;
   const ixSize overflow[3] = {ixSize(1) << 32, ixSize(1) << 32, 2};  // product is 2^65
@@ -146,15 +138,6 @@ TEST(Runtime, EqualityFollowsValuesNotRepresentation) {
   ba.push_back(make_double({1}, {1, 1}));
   EXPECT_TRUE(ixIsEqualN(dovra_test::make_struct({"a", "b"}, std::move(ab), {1, 1}).get(),
                          dovra_test::make_struct({"b", "a"}, std::move(ba), {1, 1}).get()));
-}
-
-TEST(Runtime, StringArraysHoldTextsAndMissingElements) {
-  auto s = dovra_test::make_strings({u"one", std::nullopt}, {1, 2});
-  EXPECT_TRUE(Tovenar::String::isString(s.get()));
-  EXPECT_EQ(*Tovenar::String::getString(s.get(), 0), u"one");
-  EXPECT_FALSE(Tovenar::String::getString(s.get(), 1).has_value());
-  owned_array other(ixCreateClassObject("other"));
-  EXPECT_FALSE(Tovenar::String::isString(other.get()));
 }
 
 // --- text conversion -----------------------------------------------------------
