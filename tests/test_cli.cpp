@@ -297,7 +297,7 @@ TEST(CliEncode, PassesFormatNanInfAndPrettyToTheBuiltin) {
       {{"encode", "--format=large"}, "[1,{\"tndata\":\"Inf\"}]", "{\"tndata\":[1,\"Inf\"],\"tnsize\":[2,1],\"tntype\":\"double\"}\n"},
       {{"encode", "--nan-inf", "object"}, "[1,{\"tndata\":\"Inf\"}]",
        "{\"tndata\":[1,{\"tndata\":\"Inf\"}],\"tnsize\":[2,1],\"tntype\":\"double\"}\n"},
-      {{"encode", "--format", "small", "--pretty"}, "{\"a\":[[1,2]]}", "{\n  \"a\": [\n    [\n      1,\n      2\n    ]\n  ]\n}\n"},
+      {{"encode", "--format", "small", "--pretty"}, "{\"a\":[[1,2]]}", "{\n  \"a\": [\n    [1, 2]\n  ]\n}\n"},
       {{"encode", "--lhs", "--format", "small"}, "{\"lhs\":[1,\"x\"]}", "{\"tndata\":[1,\"x\"],\"tnsize\":[2,1],\"tntype\":\"cell\"}\n"},
   };
   for (const auto& row : rows) expect_output(row);

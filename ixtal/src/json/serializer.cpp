@@ -157,7 +157,23 @@ class Writer {
     put('[');
     const Value* const first = a.data();
     const Value* const last = first + a.size();
-    if (pretty_) {
+    if (pretty_ && first != last && std::all_of(first, last, is_scalar)) {
+      // A row of numbers reads best on one line: a matrix then looks like
+      // one, and a size stays "[2, 3]".
+      for (const Value* e = first; e != last; ++e) {
+        if (e != first) put(", ", 2);
+        if (e->index() == Value::kObject) {
+          const auto& [name, member] = *e->as_object().begin();
+          put('{');
+          string(name);
+          put(": ", 2);
+          value(member, level + 1);
+          put('}');
+        } else {
+          value(*e, level + 1);
+        }
+      }
+    } else if (pretty_) {
       for (const Value* e = first; e != last; ++e) {
         if (e != first) put(',');
         newline(level + 1);
@@ -191,6 +207,20 @@ class Writer {
       p_ = p;
     }
     put(']');
+  }
+
+  // What pretty text keeps on one line inside an array: anything but a
+  // container, and the one-member object that stands for a special number
+  // ({"tndata": "NaN"}).
+  static bool is_scalar(const Value& v) noexcept {
+    switch (v.index()) {
+      case Value::kArray: return false;
+      case Value::kObject: {
+        const Object& o = v.as_object();
+        return o.size() == 1 && o.begin()->second.index() == Value::kString;
+      }
+      default: return true;
+    }
   }
 
   void object(const Object& o, std::size_t level) {

@@ -3,7 +3,10 @@
 // Writes a Value tree as JSON text. Compact output has no white space at
 // all; pretty output puts each member and element on its own line, indented
 // by two blanks per level, with no white space before the first or after the
-// last byte. Numbers are written in the shortest text that reads back to the
+// last byte. The exception is an array of scalars (null, booleans, numbers,
+// strings, and objects of one string member such as {"tndata": "NaN"}): it
+// stays on one line with ", " between elements, "[1, 2, 3]", so a matrix
+// shows one row per line. Empty arrays and objects are "[]" and "{}". Numbers are written in the shortest text that reads back to the
 // same value. NaN and infinity have no JSON form: meeting one throws
 // std::domain_error.
 
