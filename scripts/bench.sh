@@ -14,7 +14,7 @@
 #                          or --benchmark_repetitions=3]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh libbenchmark-dev libsimdjson-dev rapidjson-dev python3
+bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3
 python3 bench/gen_data.py
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
 cmake --build build-bench -j2 --target dovra_bench >/dev/null

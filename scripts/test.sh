@@ -13,9 +13,9 @@ quick=0
 stage() { printf '\n=== %s (%s)\n' "$1" "$(date +%T)"; }
 
 if ((quick)); then
-  bash scripts/setup.sh
+  bash scripts/setup.sh libfmt-dev
 else
-  bash scripts/setup.sh clang libclang-rt-14-dev
+  bash scripts/setup.sh libfmt-dev clang libclang-rt-14-dev
 fi
 
 stage "plain build and tests"

@@ -8,9 +8,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
+
+// Dragonbox from fmt's header (the build keeps fmt's inline functions out
+// of the runtime's exported symbols).
+#define FMT_HEADER_ONLY
+#include <fmt/format.h>
 
 namespace foundation::json {
 
@@ -46,35 +52,19 @@ constexpr std::array<char, 200> kDigitPairs = [] {
   return t;
 }();
 
-constexpr std::array<std::uint64_t, 17> kPowersOfTen = [] {
-  std::array<std::uint64_t, 17> t{};
+constexpr std::array<std::uint64_t, 20> kPowersOfTen = [] {
+  std::array<std::uint64_t, 20> t{};
   t[0] = 1;
   for (std::size_t i = 1; i < t.size(); ++i) t[i] = t[i - 1] * 10;
   return t;
 }();
 
+// The number of decimal digits of v; zero has one. (v | 1 has as many
+// digits as v: no power of ten above 1 is odd.)
 inline int decimal_digits(std::uint64_t v) noexcept {
-  const int t = (std::bit_width(v | 1) * 1233) >> 12;  // log10 from log2, low by at most one
+  v |= 1;
+  const int t = (std::bit_width(v) * 1233) >> 12;  // log10 from log2, low by at most one
   return t - (v < kPowersOfTen[t]) + 1;
-}
-
-// Writes v (below 10^16) in decimal and returns the end.
-template <class U>
-inline char* write_decimal(char* p, U v) noexcept {
-  char* const end = p + decimal_digits(v);
-  char* q = end;
-  while (v >= 100) {
-    const auto pair = std::size_t(v % 100);
-    v /= 100;
-    q -= 2;
-    std::memcpy(q, &kDigitPairs[2 * pair], 2);
-  }
-  if (v >= 10) {
-    std::memcpy(q - 2, &kDigitPairs[2 * v], 2);
-  } else {
-    q[-1] = char('0' + v);
-  }
-  return end;
 }
 
 // Writes v in decimal in two registers of digits, without a branch on its
@@ -96,6 +86,90 @@ inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
   text >>= 8 * (10 - digits);
   std::memcpy(p, &text, 16);
   return p + digits;
+}
+
+// The longest number text: "-2.2250738585072014e-308".
+constexpr std::size_t kLongestNumberText = 24;
+
+// Room the writer makes before writing one number: its longest text and
+// what the digit writers store past its end.
+constexpr std::size_t kNumberRoom = 32;
+
+// Writes the decimal digits of d (below 10^17) and returns the end; the
+// caller knows their count.
+inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
+  char* const end = p + count;
+  char* q = end;
+  while (d >= 100) {
+    const auto pair = std::size_t(d % 100);
+    d /= 100;
+    q -= 2;
+    std::memcpy(q, &kDigitPairs[2 * pair], 2);
+  }
+  if (d >= 10) {
+    std::memcpy(q - 2, &kDigitPairs[2 * d], 2);
+  } else {
+    q[-1] = char('0' + d);
+  }
+  return end;
+}
+
+// Writes x in the shortest text that reads back to it, exactly as
+// std::to_chars(x) does: the shortest digits (the nearest to x among
+// them, ties to even), in fixed notation unless scientific is shorter.
+// Stores up to kNumberRoom bytes at p.
+// The digits come from fmt's Dragonbox, used from its header: faster than
+// std::to_chars (see bench/README.md), and no library to load.
+template <class F>
+char* shortest(char* p, F x) noexcept {
+  const auto decimal = fmt::detail::dragonbox::to_decimal(std::fabs(x));
+  const std::uint64_t digits = decimal.significand;
+  const int e = decimal.exponent;
+  const int n = decimal_digits(digits);
+  char* const start = p;
+  *p = '-';
+  p += std::signbit(x);
+  const int point = n + e;  // digits before the decimal point
+  const int exponent = point - 1;
+  const int scientific = n + (n > 1) + (exponent <= -100 || exponent >= 100 ? 5 : 4);
+  const int fixed = e >= 0 ? point : point > 0 ? n + 1 : 2 - e;
+  if (fixed <= scientific) {
+    if (e >= 0) {
+      // Fixed notation spells out a whole number's exact value, which is
+      // its shortest digits padded with zeros only where every whole number
+      // is exact (float 4032688896 is not 4032689000). Beyond that, rarely.
+      constexpr F kExactWholeBound = F(std::uint64_t(1) << std::numeric_limits<F>::digits);
+      if (std::fabs(x) >= kExactWholeBound) [[unlikely]] return std::to_chars(start, start + kNumberRoom, x).ptr;
+      p = write_digits(p, digits, n);
+      std::memset(p, '0', std::size_t(e));
+      return p + e;
+    }
+    if (point > 0) {  // "12.34": the digits, then the integral part moved left over the point
+      char* const end = write_digits(p + 1, digits, n);
+      std::memmove(p, p + 1, std::size_t(point));
+      p[point] = '.';
+      return end;
+    }
+    std::memcpy(p, "0.00000000", 10);  // "0.0012": at most a few zeros, or scientific is shorter
+    return write_digits(p + 2 - point, digits, n);
+  }
+  char* const end = write_digits(p + 1, digits, n);
+  p[0] = p[1];
+  char* q = end;
+  if (n > 1) {
+    p[1] = '.';
+  } else {
+    q = p + 1;
+  }
+  *q++ = 'e';
+  *q++ = exponent < 0 ? '-' : '+';
+  unsigned magnitude = unsigned(exponent < 0 ? -exponent : exponent);
+  if (magnitude >= 100) {
+    *q++ = char('0' + magnitude / 100);
+    magnitude %= 100;
+  }
+  std::memcpy(q, &kDigitPairs[2 * magnitude], 2);
+  return q + 2;
 }
 
 // Text goes through a chunk of its own, appended to the output when full:
@@ -128,7 +202,6 @@ class Writer {
 
  private:
   static constexpr std::size_t kChunk = 1 << 16;
-  static constexpr std::size_t kLongestNumber = 32;
 
   // Room for n more bytes at p_; n is at most kChunk.
   char* room(std::size_t n) {
@@ -185,7 +258,7 @@ class Writer {
       // and the cursor stays in a register while whole numbers are written.
       char* p = p_;
       for (const Value* e = first; e != last; ++e) {
-        if (std::size_t(end_ - p) < kLongestNumber + 1) [[unlikely]] {
+        if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
           p_ = p;
           flush();
           p = p_;
@@ -260,7 +333,7 @@ class Writer {
   // trailing zeros (1e+05, 1.2e+07): those, zero (-0 keeps its sign) and
   // everything else take the general path.
   void number(double d) {
-    if (char* const end = whole_number(room(kLongestNumber), d)) [[likely]] {
+    if (char* const end = whole_number(room(kNumberRoom), d)) [[likely]] {
       p_ = end;
       return;
     }
@@ -269,8 +342,8 @@ class Writer {
 
   // Writes d at p when it takes the whole-number path; else returns null.
   static char* whole_number(char* p, double d) noexcept {
-    constexpr double kExactBound = 9007199254740992.0;  // 2^53
-    if (!(d > -kExactBound && d < kExactBound)) return nullptr;
+    constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53: every whole number below is a double
+    if (!(d > -kExactWholeBound && d < kExactWholeBound)) return nullptr;
     const auto i = static_cast<std::int64_t>(d);
     if (static_cast<double>(i) != d || i % 100000 == 0) return nullptr;
     *p = '-';
@@ -278,31 +351,12 @@ class Writer {
     p += i < 0;
     // Most whole numbers fit 32 bits, where dividing is cheaper.
     if (magnitude <= 0xFFFFFFFF) [[likely]] return write_decimal_32(p, std::uint32_t(magnitude));
-    return write_decimal(p, magnitude);
+    return write_digits(p, magnitude, decimal_digits(magnitude));
   }
 
   void general_number(double d) {
     check_finite(d);
-    char* const p = room(kLongestNumber);
-    char* end = integral_chars(p, d);
-    if (!end) end = std::to_chars(p, p + kLongestNumber, d).ptr;
-    p_ = end;
-  }
-
-  // Gives the same text as std::to_chars(double) for whole numbers below
-  // 10^15: digits unless scientific notation is shorter (1e+06), in which
-  // case null is returned and std::to_chars writes it.
-  static char* integral_chars(char* buf, double d) noexcept {
-    constexpr double kExactBound = 1e15;
-    if (!(d > -kExactBound && d < kExactBound) || d != static_cast<double>(static_cast<std::int64_t>(d))) return nullptr;
-    if (d == 0) return nullptr;  // no significant digit, and -0 keeps its sign on the general path
-    char* const end = std::to_chars(buf, buf + kLongestNumber, static_cast<std::int64_t>(d)).ptr;
-    const char* const first = buf + (d < 0);
-    const char* last = end;
-    while (last[-1] == '0') --last;
-    const std::ptrdiff_t digits = end - first, significant = last - first;
-    const std::ptrdiff_t scientific = (significant == 1 ? 1 : significant + 1) + 4;  // "d.ddde+XX"
-    return digits <= scientific ? end : nullptr;
+    p_ = shortest(room(kNumberRoom), d);
   }
 
   // The float's own shortest text is kept only when a reader that takes it
@@ -310,12 +364,12 @@ class Writer {
   // value is written as a double.
   void number(float f) {
     check_finite(f);
-    char buf[32];
-    const auto r = std::to_chars(buf, buf + sizeof buf, f);
+    char* const p = room(kNumberRoom);
+    char* const end = shortest(p, f);
     double back = 0;
-    std::from_chars(buf, r.ptr, back);
-    if (std::fabs(back) <= kLargestFloat && static_cast<float>(back) == f) {
-      put(buf, std::size_t(r.ptr - buf));
+    std::from_chars(p, end, back);
+    if (std::fabs(back) <= kLargestFloat && static_cast<float>(back) == f) [[likely]] {
+      p_ = end;
       return;
     }
     general_number(static_cast<double>(f));
@@ -356,14 +410,13 @@ class Writer {
 // without regrowing it; strings needing escapes may still grow it. Room
 // reserved and not written is never touched.
 std::size_t room_for(const Value& v, std::size_t level, bool pretty) noexcept {
-  constexpr std::size_t kLongestNumber = 24;  // "-2.2250738585072014e-308"
   switch (v.index()) {
     case Value::kString: return v.as_string().size() + 2;
     case Value::kArray: {
       const std::size_t per_element = 1 + (pretty ? 1 + 2 * (level + 1) : 0);
       std::size_t n = 2 + (pretty ? 1 + 2 * level : 0);
       for (const Value& e : v.as_array())
-        n += per_element + (e.index() == Value::kDouble ? kLongestNumber : room_for(e, level + 1, pretty));
+        n += per_element + (e.index() == Value::kDouble ? kLongestNumberText : room_for(e, level + 1, pretty));
       return n;
     }
     case Value::kObject: {
@@ -373,7 +426,7 @@ std::size_t room_for(const Value& v, std::size_t level, bool pretty) noexcept {
         n += per_member + name.size() + room_for(member, level + 1, pretty);
       return n;
     }
-    default: return kLongestNumber;
+    default: return kLongestNumberText;
   }
 }
 
