@@ -16,6 +16,7 @@
 #include <string>
 
 #include "foundation/json/serializer.hpp"
+#include "ixtal/text.hpp"
 #include "json/parse_step.hpp"
 
 namespace {
@@ -134,9 +135,13 @@ TEST(json_serializer, NumbersMatchTheGeneralConversion) {
       ASSERT_EQ(compact(d), want) << source.name;
       ASSERT_EQ(compact(Array{d, 0.5}), "[" + want + ",0.5]") << source.name;
       const float f = std::bit_cast<float>(std::uint32_t(rng()));
-      if (std::isfinite(f)) ASSERT_EQ(compact(f), reference(f)) << "single " << f;
+      if (std::isfinite(f)) {
+        ASSERT_EQ(compact(f), reference(f)) << "single " << f;
+      }
       const float g = float(d);
-      if (std::isfinite(g)) ASSERT_EQ(compact(g), reference(g)) << "single of " << source.name << " " << g;
+      if (std::isfinite(g)) {
+        ASSERT_EQ(compact(g), reference(g)) << "single of " << source.name << " " << g;
+      }
     }
   }
   for (const double d : {DBL_MAX, DBL_MIN, DBL_TRUE_MIN, 0.0, 1e21, 1e22, 1e-7, 1e-6, 123456.0, 1e16, 9.999999999999999e22,
@@ -321,6 +326,36 @@ TEST(json_serializer, ParserReadsBackWhatItWrites) {
       ASSERT_NO_THROW(back = dovra_json::parse(text)) << "seed " << seed << ": " << text;
       ASSERT_EQ(back, tree) << "seed " << seed << ": " << text;
     }
+  }
+}
+
+// The UTF-16 output is the conversion of the UTF-8 text, made in pieces:
+// trees with strings of any bytes (sequences cut by a piece boundary, and
+// ill-formed ones), and long texts of multibyte characters.
+TEST(json_serializer, Utf16TextIsTheConversionOfTheUtf8Text) {
+  const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
+  auto check = [&](const Value& v, const std::string& name) {
+    for (const bool pretty : {false, true}) {
+      fj::Serializer s;
+      s.pretty_print(pretty);
+      const std::string text = s.to_string(v);
+      ASSERT_LE(text.size(), s.room(v)) << name;
+      std::u16string units(s.room(v), u'\0');
+      units.resize(s.write(units.data(), v));
+      ASSERT_EQ(units, to_utf16(text)) << name << (pretty ? ", pretty" : "");
+    }
+  };
+  for (unsigned seed = 1; seed <= 200; ++seed) check(TreeMaker(seed).make(5), "tree " + std::to_string(seed));
+  std::mt19937_64 rng(9);
+  const char* const pieces[] = {"a", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xE2\x82", "\xF0", "\x80", "\n"};
+  for (int round = 0; round < 8; ++round) {
+    Array long_strings;
+    for (int i = 0; i < 4; ++i) {
+      std::string s;
+      while (s.size() < 70000) s += pieces[rng() % (round < 4 ? 4 : 8)];  // well-formed, then not
+      long_strings.push_back(std::move(s));
+    }
+    check(long_strings, "round " + std::to_string(round));
   }
 }
 

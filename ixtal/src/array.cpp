@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <sys/mman.h>
 
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
@@ -123,6 +124,17 @@ std::size_t data_in_record_bytes(std::size_t ndim, const ixSize* dims, ixClassID
   return bytes <= kDataInRecord ? bytes : 0;
 }
 
+// Memory for large uninitialised data, backed by huge pages where the
+// kernel offers them: a fresh 40 MB result otherwise costs ten thousand
+// page faults, more than writing it. Freed and reallocated as any block.
+void* big_block(std::size_t bytes) noexcept {
+  constexpr std::size_t kHugePage = std::size_t(2) << 20;
+  if (bytes < 2 * kHugePage) return std::malloc(bytes);
+  void* p = std::aligned_alloc(kHugePage, (bytes + kHugePage - 1) / kHugePage * kHugePage);
+  if (p) ::madvise(p, bytes, MADV_HUGEPAGE);  // a refusal leaves ordinary pages
+  return p;
+}
+
 void allocate_data(ixArray* a, bool zeroed) {
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
   if (a->data_in_record) {
@@ -132,7 +144,7 @@ void allocate_data(ixArray* a, bool zeroed) {
   if (a->numel == 0) return;
   if (a->numel > kMaxArrayBytes / elem) out_of_memory();
   const std::size_t bytes = a->numel * elem;
-  a->data = zeroed ? std::calloc(a->numel, elem) : std::malloc(bytes);
+  a->data = zeroed ? std::calloc(a->numel, elem) : big_block(bytes);
   if (!a->data) out_of_memory();
 }
 
@@ -220,21 +232,30 @@ ixArray* ixCreateStringFromUtf16(std::u16string_view text) {
   if (!text.empty()) std::memcpy(a->data, text.data(), text.size() * sizeof(char16_t));
   return a;
 }
-ixArray* ixCreateStringFromUtf8(std::string_view utf8) {
-  // UTF-16 never takes more units than UTF-8 has bytes, so the text is
-  // converted once into room for that many and the row trimmed after.
-  const ixSize dims[2] = {ixSize(utf8.empty() ? 0 : 1), utf8.size()};
+ixArray* ixCreateStringInPlace(std::size_t room, std::size_t (*fill)(char16_t* out, void* context), void* context) {
+  const ixSize dims[2] = {ixSize(room ? 1 : 0), room};
   ixArray* a = make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
-  if (utf8.empty()) return a;
-  const fl::i18n::codecvt_string_to_ustring cvt("UTF-8");
-  const std::size_t units = cvt.convert_bounded(utf8.data(), utf8.size(), static_cast<char16_t*>(a->data));
-  if (units != utf8.size()) {
+  if (!room) return a;
+  matrix::owned_array guard(a);
+  const std::size_t units = fill(static_cast<char16_t*>(a->data), context);
+  if (units != room) {
+    a->dims[0] = units ? 1 : 0;
     a->dims[1] = units;
     a->numel = units;
-    if (!a->data_in_record)
+    if (!a->data_in_record && units)
       if (void* smaller = std::realloc(a->data, units * sizeof(char16_t))) a->data = smaller;
   }
-  return a;
+  return guard.release();
+}
+ixArray* ixCreateStringFromUtf8(std::string_view utf8) {
+  // UTF-16 never takes more units than UTF-8 has bytes.
+  return ixCreateStringInPlace(
+      utf8.size(),
+      [](char16_t* out, void* text) {
+        const auto& t = *static_cast<std::string_view*>(text);
+        return fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(t.data(), t.size(), out);
+      },
+      &utf8);
 }
 ixArray* ixCreateString(const char* utf8) { return ixCreateStringFromUtf8(utf8); }
 ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims) { return make_container(ndim, dims, ixCELL_CLASS, 1); }

@@ -59,18 +59,28 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
   const NanType nan = read_option(prhs[2], "nanInfType", u"string", NanType::string, u"object", NanType::object);
   if (!ixIsLogicalScalar(prhs[3])) ixErrMsgId(component_IXTAL::catalog_class::key_RequireLogical());
 
-  std::string text;
+  foundation::json::Value value;
   try {
-    const foundation::json::Value value = convert(prhs[0], mode, nan);
-    foundation::json::Serializer writer;
-    writer.pretty_print(ixIsLogicalScalarTrue(prhs[3]));
-    writer.write(text, value);
+    value = convert(prhs[0], mode, nan);
   } catch (const ixtal_json::IxUnsupportedType& e) {
     ixErrMsgId(DOVRA::IXTAL::JSON::EncodeUnsupportedType(e.text));
   } catch (const ixtal_json::IxNestingTooDeep&) {
     ixErrMsgId(DOVRA::IXTAL::JSON::EncodeNestingTooDeep());
   }
-  plhs[0] = ixCreateStringFromUtf8(text);
+  // The text goes straight into the result's UTF-16 storage: no UTF-8
+  // text is made, and room never written is never touched.
+  struct Text {
+    foundation::json::Serializer writer;
+    const foundation::json::Value& value;
+  } text{{}, value};
+  text.writer.pretty_print(ixIsLogicalScalarTrue(prhs[3]));
+  plhs[0] = ixCreateStringInPlace(
+      text.writer.room(value),
+      [](char16_t* out, void* t) {
+        const auto& text = *static_cast<const Text*>(t);
+        return text.writer.write(out, text.value);
+      },
+      &text);
 }
 
 }  // namespace dovra_entry

@@ -140,6 +140,11 @@ IXTAL_API ixArray* ixCreateString(const char* utf8);
 IXTAL_API ixArray* ixCreateStringFromUtf8(std::string_view utf8);
 // The same from UTF-16 code units.
 IXTAL_API ixArray* ixCreateStringFromUtf16(std::u16string_view text);
+// A 1-by-N char row written in place: fill(out, context) writes at most
+// room units at out and returns how many it wrote, which the row keeps
+// (0-by-0 for none). Room that fill does not write is never touched.
+IXTAL_API ixArray* ixCreateStringInPlace(std::size_t room, std::size_t (*fill)(char16_t* out, void* context),
+                                         void* context);
 IXTAL_API ixArray* ixCreateCellArray(std::size_t ndim, const ixSize* dims);
 IXTAL_API ixArray* ixCreateCellMatrix(ixSize m, ixSize n);
 // Any text is a field name, the empty one included; a repeated name raises

@@ -1,5 +1,7 @@
 #include "foundation/json/serializer.hpp"
 
+#include "ixtal/text.hpp"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -172,13 +174,55 @@ char* shortest(char* p, F x) noexcept {
   return q + 2;
 }
 
-// Text goes through a chunk of its own, appended to the output when full:
-// a value then costs a few stores instead of a string append each.
+// Bytes of UTF-8 text at the end of [s, s + n) that begin a sequence the
+// text after them may complete. A conversion that stops before them sees
+// every sequence whole, so converting in pieces gives what converting at
+// once gives.
+std::size_t incomplete_tail(const char* s, std::size_t n) noexcept {
+  for (std::size_t k = 1; k <= 3 && k <= n; ++k) {
+    const unsigned c = static_cast<unsigned char>(s[n - k]);
+    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: its lead is further back
+    const std::size_t need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+    return need > k ? k : 0;
+  }
+  return 0;
+}
+
+// Text goes through a chunk of its own, passed on when full: a value then
+// costs a few stores instead of a string append each. The chunk goes either
+// to a string as it is or, converted to UTF-16, straight to its final place
+// (ASCII, the usual JSON, widened while the chunk is still in cache).
 class Writer {
  public:
-  Writer(std::string& out, bool pretty)
-      : out_(out), pretty_(pretty), chunk_(new char[kChunk]), p_(chunk_.get()), end_(chunk_.get() + kChunk) {}
+  Writer(std::string& out, bool pretty) : Writer(pretty) { text_ = &out; }
+  Writer(char16_t* out, bool pretty) : Writer(pretty) { units_ = out; }
 
+  // The end of the UTF-16 output.
+  char16_t* units() const noexcept { return units_; }
+
+  // Passes the chunk on; the last flush also converts a sequence the text
+  // leaves incomplete (to U+FFFD, as a conversion of the whole text would).
+  void flush(bool last = false) {
+    const std::size_t n = std::size_t(p_ - chunk_.get());
+    if (text_) {
+      text_->append(chunk_.get(), n);
+      p_ = chunk_.get();
+      return;
+    }
+    const std::size_t held = last ? 0 : incomplete_tail(chunk_.get(), n);
+    units_ += fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(chunk_.get(), n - held, units_);
+    std::memmove(chunk_.get(), p_ - held, held);
+    p_ = chunk_.get() + held;
+  }
+
+ private:
+  // Big enough that passing it on is rare, small enough to stay in cache.
+  static constexpr std::size_t kChunk = 1 << 16;
+
+  explicit Writer(bool pretty)
+      : pretty_(pretty), chunk_(new char[kChunk]), p_(chunk_.get()), end_(chunk_.get() + kChunk) {}
+
+ public:
   void value(const Value& v, std::size_t level) {
     switch (v.index()) {
       // Undefined has no text of its own; the encoder never hands one over,
@@ -195,15 +239,9 @@ class Writer {
     }
   }
 
-  void flush() {
-    out_.append(chunk_.get(), std::size_t(p_ - chunk_.get()));
-    p_ = chunk_.get();
-  }
-
  private:
-  static constexpr std::size_t kChunk = 1 << 16;
-
-  // Room for n more bytes at p_; n is at most kChunk.
+  // Room for n more bytes at p_; n is well below kChunk (a flush may keep
+  // three bytes).
   char* room(std::size_t n) {
     if (std::size_t(end_ - p_) < n) [[unlikely]] flush();
     return p_;
@@ -215,12 +253,13 @@ class Writer {
   }
 
   void put(const char* s, std::size_t n) {
-    if (std::size_t(end_ - p_) < n) {
+    while (std::size_t(end_ - p_) < n) [[unlikely]] {  // a long text passes through in pieces
+      const std::size_t part = std::size_t(end_ - p_);
+      std::memcpy(p_, s, part);
+      p_ += part;
+      s += part;
+      n -= part;
       flush();
-      if (n > kChunk) {
-        out_.append(s, n);
-        return;
-      }
     }
     std::memcpy(p_, s, n);
     p_ += n;
@@ -398,20 +437,30 @@ class Writer {
     put('"');
   }
 
-  std::string& out_;
+  std::string* text_ = nullptr;
+  char16_t* units_ = nullptr;
   const bool pretty_;
   const std::unique_ptr<char[]> chunk_;
   char* p_;
   char* const end_;
 };
 
-// Room for the text of v at the given level: never short for numbers,
-// booleans and null, so a numeric array's text is written into one buffer
-// without regrowing it; strings needing escapes may still grow it. Room
-// reserved and not written is never touched.
+// Bytes of s once escaped, without the quotes.
+std::size_t escaped_size(const std::string& s) noexcept {
+  std::size_t n = s.size();
+  for (const char c : s) {
+    const char e = kEscapes[static_cast<unsigned char>(c)];
+    n += e ? (e == 'u' ? 5 : 1) : 0;
+  }
+  return n;
+}
+
+// Room for the text of v at the given level, never short: the text is
+// written into it without regrowing. Room reserved and not written is
+// never touched.
 std::size_t room_for(const Value& v, std::size_t level, bool pretty) noexcept {
   switch (v.index()) {
-    case Value::kString: return v.as_string().size() + 2;
+    case Value::kString: return escaped_size(v.as_string()) + 2;
     case Value::kArray: {
       const std::size_t per_element = 1 + (pretty ? 1 + 2 * (level + 1) : 0);
       std::size_t n = 2 + (pretty ? 1 + 2 * level : 0);
@@ -423,7 +472,7 @@ std::size_t room_for(const Value& v, std::size_t level, bool pretty) noexcept {
       const std::size_t per_member = 4 + (pretty ? 2 + 2 * (level + 1) : 0);
       std::size_t n = 2 + (pretty ? 1 + 2 * level : 0);
       for (const auto& [name, member] : v.as_object())
-        n += per_member + name.size() + room_for(member, level + 1, pretty);
+        n += per_member + escaped_size(name) + room_for(member, level + 1, pretty);
       return n;
     }
     default: return kLongestNumberText;
@@ -438,11 +487,20 @@ void Serializer::write(std::string& out, const Value& v) const {
   try {
     Writer writer(out, pretty_);
     writer.value(v, 0);
-    writer.flush();
+    writer.flush(true);
   } catch (...) {
     out.resize(mark);  // a failed write leaves nothing behind
     throw;
   }
+}
+
+std::size_t Serializer::room(const Value& v) const noexcept { return room_for(v, 0, pretty_); }
+
+std::size_t Serializer::write(char16_t* out, const Value& v) const {
+  Writer writer(out, pretty_);
+  writer.value(v, 0);
+  writer.flush(true);
+  return std::size_t(writer.units() - out);
 }
 
 void Serializer::write(std::ostream& os, const Value& v) const {

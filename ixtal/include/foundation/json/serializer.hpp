@@ -10,6 +10,7 @@
 // same value. NaN and infinity have no JSON form: meeting one throws
 // std::domain_error.
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 
@@ -27,6 +28,12 @@ class IXTAL_API Serializer {
   void write(std::ostream& os, const Value& v) const;
   // Appends the text to out; the fast path used by write().
   void write(std::string& out, const Value& v) const;
+  // Bytes the text of v takes at most, so also UTF-16 units.
+  std::size_t room(const Value& v) const noexcept;
+  // Writes the text of v in UTF-16 to out, which has room(v) units, and
+  // returns the units written. The units are those of converting the
+  // UTF-8 text, without making it.
+  std::size_t write(char16_t* out, const Value& v) const;
   std::string to_string(const Value& v) const {
     std::string s;
     write(s, v);
