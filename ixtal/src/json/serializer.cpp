@@ -69,22 +69,26 @@ inline int decimal_digits(std::uint64_t v) noexcept {
   return t - (v < kPowersOfTen[t]) + 1;
 }
 
+// The eight decimal digits of v (below 10^8, with leading zeros) as eight
+// characters in one register, the first in the lowest byte: split into
+// 4-digit lanes, then 2-digit lanes, then digits, with no loop.
+inline std::uint64_t eight_digits(std::uint32_t v) noexcept {
+  std::uint64_t lanes = (v / 10000) | (std::uint64_t(v % 10000) << 32);
+  const std::uint64_t hundreds = ((lanes * 10486) >> 20) & 0x0000007F0000007FULL;  // x / 100 per lane
+  lanes = hundreds | ((lanes - 100 * hundreds) << 16);
+  const std::uint64_t tens = ((lanes * 103) >> 10) & 0x000F000F000F000FULL;  // x / 10 per lane
+  lanes = tens | ((lanes - 10 * tens) << 8);
+  return lanes | 0x3030303030303030ULL;
+}
+
 // Writes v in decimal in two registers of digits, without a branch on its
 // length (a loop over digit pairs mispredicts on numbers of mixed lengths),
 // and returns the end. Stores 16 bytes at p whatever the length.
 inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
   const int digits = decimal_digits(v);
-  const std::uint64_t high = v / 100000000, low = v % 100000000;
-  // Eight digits of low, one per byte, the first digit in the lowest byte:
-  // split into 4-digit lanes, then 2-digit lanes, then digits.
-  std::uint64_t lanes = (low / 10000) | ((low % 10000) << 32);
-  std::uint64_t hundreds = ((lanes * 10486) >> 20) & 0x0000007F0000007FULL;  // x / 100 per lane
-  lanes = hundreds | ((lanes - 100 * hundreds) << 16);
-  std::uint64_t tens = ((lanes * 103) >> 10) & 0x000F000F000F000FULL;  // x / 10 per lane
-  lanes = tens | ((lanes - 10 * tens) << 8);
+  const std::uint64_t high = v / 100000000;
   const std::uint64_t high_digits = (high / 10) | ((high % 10) << 8);
-  unsigned __int128 text = (static_cast<unsigned __int128>(lanes) << 16) | high_digits;
-  text |= (static_cast<unsigned __int128>(0x3030303030303030ULL) << 16) | 0x3030;
+  unsigned __int128 text = (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
   text >>= 8 * (10 - digits);
   std::memcpy(p, &text, 16);
   return p + digits;
@@ -97,22 +101,22 @@ constexpr std::size_t kLongestNumberText = 24;
 // what the digit writers store past its end.
 constexpr std::size_t kNumberRoom = 32;
 
-// Writes the decimal digits of d (below 10^17) and returns the end; the
-// caller knows their count.
+// Writes the count decimal digits of d (below 10^17) and returns the end.
+// Sixteen digits are made in two registers at once and the leading zeros
+// shifted out (a loop over digit pairs is a chain of dependent divisions);
+// stores 17 bytes at p whatever the count.
 inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
+  constexpr std::uint64_t k1e8 = 100000000, k1e16 = k1e8 * k1e8;
   char* const end = p + count;
-  char* q = end;
-  while (d >= 100) {
-    const auto pair = std::size_t(d % 100);
-    d /= 100;
-    q -= 2;
-    std::memcpy(q, &kDigitPairs[2 * pair], 2);
+  if (count > 16) {
+    *p++ = char('0' + d / k1e16);
+    d %= k1e16;
+    count = 16;
   }
-  if (d >= 10) {
-    std::memcpy(q - 2, &kDigitPairs[2 * d], 2);
-  } else {
-    q[-1] = char('0' + d);
-  }
+  unsigned __int128 text = (static_cast<unsigned __int128>(eight_digits(std::uint32_t(d % k1e8))) << 64) |
+                           eight_digits(std::uint32_t(d / k1e8));
+  text >>= 8 * (16 - count);
+  std::memcpy(p, &text, 16);
   return end;
 }
 
