@@ -65,6 +65,27 @@ struct NumericMatrix {
   const char* type_name() const noexcept { return int32s ? "int32" : "double"; }
 };
 
+// A 1xN structure array's fields as an application would hold them, column
+// by column: field k holds a double (k mod 4 = 0), a whole number (1), a
+// string (2) or a logical (3). Our encoder writes it as
+// {"tndata":{name:[values of every element]...},"tnsize":[1,N],"tntype":"struct"}.
+struct FieldTable {
+  std::size_t count = 0;
+  std::vector<std::string> names;
+  std::vector<double> numbers;       // fields 0 and 1 mod 4, element-major
+  std::vector<std::string> strings;  // fields 2 mod 4
+  std::vector<bool> flags;           // fields 3 mod 4
+
+  std::size_t fields() const noexcept { return names.size(); }
+  double number(std::size_t element, std::size_t field) const {
+    return numbers[element * (fields() / 2) + field / 4 * 2 + field % 4];
+  }
+  const std::string& string(std::size_t element, std::size_t field) const {
+    return strings[element * (fields() / 4) + field / 4];
+  }
+  bool flag(std::size_t element, std::size_t field) const { return flags[element * (fields() / 4) + field / 4]; }
+};
+
 // The two notations. Only real double matrices have a small form; the
 // others are written as large-notation objects in both, as our encoder does.
 enum class Layout { Small, Large };

@@ -169,4 +169,38 @@ std::string_view RapidjsonEncoder::write(const NumericMatrix& m, Layout layout) 
   return {buffer_.GetString(), buffer_.GetSize()};
 }
 
+std::string_view RapidjsonEncoder::write(const FieldTable& t) {
+  buffer_.Clear();
+  Writer w(buffer_);
+  w.StartObject();
+  w.Key("tndata");
+  w.StartObject();
+  for (std::size_t k = 0; k < t.fields(); ++k) {
+    w.Key(t.names[k].data(), rapidjson::SizeType(t.names[k].size()));
+    w.StartArray();
+    for (std::size_t i = 0; i < t.count; ++i) {
+      switch (k % 4) {
+        case 0: case 1: write_double(w, t.number(i, k), Layout::Small); break;
+        case 2: {
+          const std::string& s = t.string(i, k);
+          w.String(s.data(), rapidjson::SizeType(s.size()));
+          break;
+        }
+        default: w.Bool(t.flag(i, k));
+      }
+    }
+    w.EndArray();
+  }
+  w.EndObject();
+  w.Key("tnsize");
+  w.StartArray();
+  w.Uint64(1);
+  w.Uint64(t.count);
+  w.EndArray();
+  w.Key("tntype");
+  w.String("struct");
+  w.EndObject();
+  return {buffer_.GetString(), buffer_.GetSize()};
+}
+
 }  // namespace dovra_bench::peers

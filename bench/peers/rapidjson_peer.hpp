@@ -35,6 +35,8 @@ class RapidjsonDecoder {
 class RapidjsonEncoder {
  public:
   std::string_view write(const NumericMatrix& m, Layout layout);
+  // The structure array, in small notation.
+  std::string_view write(const FieldTable& t);
 
  private:
   rapidjson::StringBuffer buffer_;
