@@ -1,8 +1,9 @@
 #include "ixtal/text.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
-#include <emmintrin.h>
+#include <immintrin.h>
 #include <stdexcept>
 
 namespace fl::i18n {
@@ -100,14 +101,70 @@ inline void for_each_unit(const char* text, std::size_t n, Emit&& emit) {
 
 codecvt_ustring_to_string::codecvt_ustring_to_string(const char* codeset, bool) { require_utf8(codeset); }
 
+vector_path best_vector_path() noexcept {
+  static const vector_path best = [] {
+    __builtin_cpu_init();  // this may run before the CPU model's own initialiser
+    return __builtin_cpu_supports("avx2") ? vector_path::avx2 : vector_path::sse2;
+  }();
+  return best;
+}
+
 namespace {
 
-// Length of the ASCII run at the start of [text, text + n), sixteen units
-// at a time; out (when not null) receives the run as bytes.
-std::size_t ascii_run_u16(const char16_t* text, std::size_t n, char* out) noexcept {
-  const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+std::atomic<vector_path> g_path{best_vector_path()};
+
+// The path of this conversion, read once per call.
+inline vector_path path() noexcept { return g_path.load(std::memory_order_relaxed); }
+
+// ASCII runs 32 units or bytes at a time, where the processor has AVX2.
+__attribute__((target("avx2"))) std::size_t ascii_run_u16_avx2(const char16_t* text, std::size_t n,
+                                                                char* out) noexcept {
+  const __m256i high = _mm256_set1_epi16(static_cast<short>(0xFF80));
+  std::size_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i + 16));
+    if (!_mm256_testz_si256(_mm256_or_si256(a, b), high)) break;
+    // packus works within 128-bit lanes; the permute puts the halves in order.
+    if (out) _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
+                                 _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8));
+  }
+  return i;
+}
+
+__attribute__((target("avx2"))) std::size_t widen_ascii_avx2(const char* text, std::size_t n, char16_t* out) noexcept {
+  std::size_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
+    if (_mm256_movemask_epi8(b) != 0) break;
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_cvtepu8_epi16(_mm256_castsi256_si128(b)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i + 16), _mm256_cvtepu8_epi16(_mm256_extracti128_si256(b, 1)));
+  }
+  return i;
+}
+
+// The ASCII bytes at the start of [text, text + n) written as units to out,
+// sixteen at a time (SSE2, the x86-64 baseline); returns how many.
+std::size_t widen_ascii_sse2(const char* text, std::size_t n, char16_t* out) noexcept {
   std::size_t i = 0;
   for (; i + 16 <= n; i += 16) {
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+    if (_mm_movemask_epi8(b) != 0) break;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(b, _mm_setzero_si128()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(b, _mm_setzero_si128()));
+  }
+  return i;
+}
+
+// Length of the ASCII run at the start of [text, text + n), in vector
+// blocks where the path allows; out (when not null) receives the run as
+// bytes.
+std::size_t ascii_run_u16(const char16_t* text, std::size_t n, char* out) noexcept {
+  const vector_path p = path();
+  std::size_t i = 0;
+  if (p == vector_path::avx2) i = ascii_run_u16_avx2(text, n, out);
+  const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+  for (; p != vector_path::none && i + 16 <= n; i += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 8));
     const __m128i any = _mm_and_si128(_mm_or_si128(a, b), high);
@@ -214,16 +271,14 @@ void codecvt_string_to_ustring::convert_into(const char* text, std::size_t n, ch
 
 std::size_t codecvt_string_to_ustring::convert_bounded(const char* text, std::size_t n, char16_t* out) const noexcept {
   char16_t* const first = out;
+  const vector_path p = path();
   std::size_t i = 0;
   while (i < n) {
-    while (i + 16 <= n) {
-      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-      if (_mm_movemask_epi8(b) != 0) break;
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(b, _mm_setzero_si128()));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(b, _mm_setzero_si128()));
-      out += 16;
-      i += 16;
-    }
+    std::size_t run = 0;
+    if (p == vector_path::avx2) run = widen_ascii_avx2(text + i, n - i, out);
+    if (p != vector_path::none) run += widen_ascii_sse2(text + i + run, n - i - run, out + run);
+    out += run;
+    i += run;
     for (; i < n && static_cast<unsigned char>(text[i]) < 0x80; ++i) *out++ = char16_t(text[i]);
     if (i == n) break;
     // Decode up to the next ASCII byte.
@@ -239,6 +294,11 @@ void codecvt_string_to_ustring::convert(const char* text, std::size_t n, std::u1
   const std::size_t start = out.size();
   out.resize(start + measure(text, n));
   convert_into(text, n, out.data() + start);
+}
+
+vector_path use_vector_path(vector_path p) noexcept {
+  if (p > best_vector_path()) p = best_vector_path();
+  return g_path.exchange(p, std::memory_order_relaxed);
 }
 
 }  // namespace fl::i18n

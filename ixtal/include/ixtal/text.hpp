@@ -59,6 +59,15 @@ class IXTAL_API codecvt_string_to_ustring {
   std::size_t convert_bounded(const char* text, std::size_t n, char16_t* out) const noexcept;
 };
 
+// The vector instructions the conversions run ASCII through: SSE2, the
+// x86-64 baseline, or AVX2 where the processor has it (the default is the
+// best there is). Every path gives the same units and bytes; tests narrow
+// the path to compare each with the unit-by-unit one (none).
+enum class vector_path { none, sse2, avx2 };
+IXTAL_API vector_path best_vector_path() noexcept;
+// Sets the widest path to use (at most the best) and returns the previous.
+IXTAL_API vector_path use_vector_path(vector_path p) noexcept;
+
 namespace lcctype {
 // ASCII classification that ignores the process locale.
 constexpr bool isspace_ascii(int c) noexcept {
