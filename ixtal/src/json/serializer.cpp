@@ -98,8 +98,9 @@ inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
 constexpr std::size_t kLongestNumberText = 24;
 
 // Room the writer makes before writing one number: its longest text and
-// what the digit writers store past its end.
-constexpr std::size_t kNumberRoom = 32;
+// what the digit writers store past its end (16-byte moves from up to 18
+// bytes in).
+constexpr std::size_t kNumberRoom = 48;
 
 // Writes the count decimal digits of d (below 10^17) and returns the end.
 // Sixteen digits are made in two registers at once and the leading zeros
@@ -150,10 +151,14 @@ char* shortest(char* p, F x) noexcept {
       std::memset(p, '0', std::size_t(e));
       return p + e;
     }
-    if (point > 0) {  // "12.34": the digits, then the integral part moved left over the point
+    if (point > 0) {  // "12.34": the digits, then each side of the point in one 16-byte move
       char* const end = write_digits(p + 1, digits, n);
-      std::memmove(p, p + 1, std::size_t(point));
+      char integral[16], fraction[16];
+      std::memcpy(integral, p + 1, 16);
+      std::memcpy(fraction, p + 1 + point, 16);
+      std::memcpy(p, integral, 16);
       p[point] = '.';
+      std::memcpy(p + point + 1, fraction, 16);
       return end;
     }
     std::memcpy(p, "0.00000000", 10);  // "0.0012": at most a few zeros, or scientific is shorter
