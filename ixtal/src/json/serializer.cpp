@@ -98,25 +98,34 @@ inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
 constexpr std::size_t kLongestNumberText = 24;
 
 // Room the writer makes before writing one number: its longest text and
-// what the digit writers store past its end (16-byte moves from up to 18
+// what the digit writers store past its end (16-byte stores up to 18
 // bytes in).
 constexpr std::size_t kNumberRoom = 48;
 
-// Writes the count decimal digits of d (below 10^17) and returns the end.
-// Sixteen digits are made in two registers at once and the leading zeros
-// shifted out (a loop over digit pairs is a chain of dependent divisions);
-// stores 17 bytes at p whatever the count.
-inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
+// The count decimal digits of d (below 10^17) without a loop (a loop over
+// digit pairs is a chain of dependent divisions): sixteen are made in two
+// registers at once and the leading zeros shifted out. A 17th digit is
+// written at p first and p moves past it, without a branch (shortest
+// doubles have 16 or 17 digits about equally often); with fewer, that byte
+// is left for the caller to overwrite. Returns the other digits, the first
+// in the lowest byte.
+inline unsigned __int128 digit_register(char*& p, std::uint64_t d, int count) noexcept {
   constexpr std::uint64_t k1e8 = 100000000, k1e16 = k1e8 * k1e8;
+  const std::uint64_t top = d / k1e16;
+  *p = char('0' + top);
+  d -= top * k1e16;
+  const bool seventeen = count > 16;
+  p += seventeen;
+  count -= seventeen;
+  const unsigned __int128 text =
+      (static_cast<unsigned __int128>(eight_digits(std::uint32_t(d % k1e8))) << 64) | eight_digits(std::uint32_t(d / k1e8));
+  return text >> (8 * (16 - count));
+}
+
+// Writes the count digits of d at p and returns the end; stores 17 bytes.
+inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
   char* const end = p + count;
-  if (count > 16) {
-    *p++ = char('0' + d / k1e16);
-    d %= k1e16;
-    count = 16;
-  }
-  unsigned __int128 text = (static_cast<unsigned __int128>(eight_digits(std::uint32_t(d % k1e8))) << 64) |
-                           eight_digits(std::uint32_t(d / k1e8));
-  text >>= 8 * (16 - count);
+  const unsigned __int128 text = digit_register(p, d, count);
   std::memcpy(p, &text, 16);
   return end;
 }
@@ -151,14 +160,15 @@ char* shortest(char* p, F x) noexcept {
       std::memset(p, '0', std::size_t(e));
       return p + e;
     }
-    if (point > 0) {  // "12.34": the digits, then each side of the point in one 16-byte move
-      char* const end = write_digits(p + 1, digits, n);
-      char integral[16], fraction[16];
-      std::memcpy(integral, p + 1, 16);
-      std::memcpy(fraction, p + 1 + point, 16);
-      std::memcpy(p, integral, 16);
-      p[point] = '.';
-      std::memcpy(p + point + 1, fraction, 16);
+    if (point > 0) {  // "12.34": each side of the point is one store from the digits' register
+      char* const end = p + n + 1;
+      const int integral = point - (n > 16);  // digits before the point in the register: at most 15
+      const unsigned __int128 text = digit_register(p, digits, n);
+      const unsigned __int128 head = (text & ((static_cast<unsigned __int128>(1) << (8 * integral)) - 1)) |
+                                     (static_cast<unsigned __int128>('.') << (8 * integral));
+      const unsigned __int128 tail = text >> (8 * integral);
+      std::memcpy(p, &head, 16);
+      std::memcpy(p + integral + 1, &tail, 16);
       return end;
     }
     std::memcpy(p, "0.00000000", 10);  // "0.0012": at most a few zeros, or scientific is shorter
