@@ -1,5 +1,6 @@
 #include "ixtal/array.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <boost/throw_exception.hpp>
 #include <cmath>
@@ -69,6 +70,18 @@ void ixDimensionList::grow(std::size_t capacity) {
 }
 
 namespace {
+
+// The field numbers ordered by name (ties by number), so that checks over
+// all names cost n log n, not a comparison of every pair.
+std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n) {
+  std::vector<std::size_t> order(n);
+  for (std::size_t i = 0; i < n; ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [names](std::size_t x, std::size_t y) {
+    const int c = names[x].compare(names[y]);
+    return c < 0 || (c == 0 && x < y);
+  });
+  return order;
+}
 
 // Normalises a dimension list the way the host shows arrays: at least two
 // entries, no trailing singleton beyond the second. Raises out-of-memory when
@@ -265,9 +278,14 @@ ixArray* ixCreateCellMatrix(ixSize m, ixSize n) {
 }
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const std::string* names) {
   if (nfields < 0) throw std::invalid_argument("structure creation: negative field count");
-  for (int i = 0; i < nfields; ++i)
-    for (int j = 0; j < i; ++j)
-      if (names[i] == names[j]) throw std::invalid_argument("structure creation: repeated field name \"" + names[i] + "\"");
+  // Reports the first name, in field order, that repeats an earlier one.
+  const std::vector<std::size_t> order = sorted_field_order(names, std::size_t(nfields));
+  std::size_t repeated = std::size_t(nfields);
+  for (std::size_t k = 1; k < order.size(); ++k)
+    if (names[order[k]] == names[order[k - 1]] && (k < 2 || names[order[k - 2]] != names[order[k]]))
+      repeated = std::min(repeated, order[k]);
+  if (repeated < std::size_t(nfields))
+    throw std::invalid_argument("structure creation: repeated field name \"" + names[repeated] + "\"");
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
   matrix::owned_array guard(a);
   a->fields.assign(names, names + nfields);
@@ -523,11 +541,15 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
       // Field order is not part of a structure's value.
       if (a->fields.size() != b->fields.size()) return false;
       const std::size_t nf = a->fields.size();
-      for (std::size_t f = 0; f < nf; ++f) {
-        const int g = ixGetFieldNumber(b, a->fields[f]);
-        if (g < 0) return false;
+      // Fields are paired by name through both sorted orders: names are
+      // unique, so equal structures pair every field.
+      const std::vector<std::size_t> fa = sorted_field_order(a->fields.data(), nf);
+      const std::vector<std::size_t> fb = sorted_field_order(b->fields.data(), nf);
+      for (std::size_t k = 0; k < nf; ++k) {
+        const std::size_t f = fa[k], g = fb[k];
+        if (a->fields[f] != b->fields[g]) return false;
         for (ixSize i = 0; i < a->numel; ++i)
-          if (!equal_elements(a->elements[i * nf + f], b->elements[i * nf + std::size_t(g)])) return false;
+          if (!equal_elements(a->elements[i * nf + f], b->elements[i * nf + g])) return false;
       }
       return true;
     }
