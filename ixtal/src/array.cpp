@@ -57,16 +57,16 @@ void ixDimensionList::assign(const ixSize* first, const ixSize* last) {
     size_ = 0;
     grow(n);
   }
-  std::copy(first, last, data_);
-  size_ = n;
+  std::copy(first, last, ptr());
+  size_ = std::uint32_t(n);
 }
 
 void ixDimensionList::grow(std::size_t capacity) {
   ixSize* bigger = new ixSize[capacity];
-  std::copy(data_, data_ + size_, bigger);
-  if (data_ != in_place_) delete[] data_;
-  data_ = bigger;
-  capacity_ = capacity;
+  std::copy(ptr(), ptr() + size_, bigger);
+  if (capacity_ > kInPlace) delete[] heap_;
+  heap_ = bigger;
+  capacity_ = std::uint32_t(capacity);
 }
 
 namespace {
@@ -83,22 +83,67 @@ std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_
   return order;
 }
 
+// The element count is not stored: a document's arrays are mostly scalars,
+// and eight bytes fewer bring each one's record and data into a 64-byte
+// block. The product cannot overflow: creation refuses such shapes, and a
+// zero among the sizes makes any wrapped product zero too.
+ixSize numel(const ixArray* a) noexcept {
+  const ixSize* d = a->dims.data();
+  ixSize n = d[0] * d[1];
+  for (std::size_t i = 2; i < a->dims.size(); ++i) n *= d[i];
+  return n;
+}
+
+// Cells and structures keep their element slots where other classes keep
+// their data.
+bool holds_slots(const ixArray* a) noexcept { return a->class_id == ixCELL_CLASS || a->class_id == ixSTRUCT_CLASS; }
+ixArray** slots(const ixArray* a) noexcept { return static_cast<ixArray**>(a->data); }
+std::size_t field_count(const ixArray* a) noexcept { return a->extra ? a->extra->fields.size() : 0; }
+std::size_t slot_count(const ixArray* a) noexcept {
+  if (a->class_id == ixCELL_CLASS) return numel(a);
+  return a->class_id == ixSTRUCT_CLASS ? numel(a) * field_count(a) : 0;
+}
+
+const ixArrayExtra& extra_or_none(const ixArray* a) noexcept {
+  static const ixArrayExtra none;
+  return a->extra ? *a->extra : none;
+}
+ixArrayExtra& extra_of(ixArray* a) {
+  if (!a->extra) {
+    try {
+      a->extra = std::make_unique<ixArrayExtra>();
+    } catch (const std::bad_alloc&) {
+      out_of_memory();
+    }
+  }
+  return *a->extra;
+}
+
+// Zeroed room for n element slots; none for n = 0.
+ixArray** new_slots(std::size_t n) {
+  if (n == 0) return nullptr;
+  if (n > kMaxArrayBytes / sizeof(ixArray*)) out_of_memory();
+  void* p = std::calloc(n, sizeof(ixArray*));
+  if (!p) out_of_memory();
+  return static_cast<ixArray**>(p);
+}
+
 // Normalises a dimension list the way the host shows arrays: at least two
 // entries, no trailing singleton beyond the second. Raises out-of-memory when
 // the element count overflows 64 bits.
 void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
-  a->dims.assign(dims, dims + ndim);
-  while (a->dims.size() > 2 && a->dims.back() == 1) a->dims.pop_back();
-  while (a->dims.size() < 2) a->dims.push_back(a->dims.empty() ? 0 : 1);
+  ixDimensionList shape;
+  shape.assign(dims, dims + ndim);
+  while (shape.size() > 2 && shape.back() == 1) shape.pop_back();
+  while (shape.size() < 2) shape.push_back(shape.empty() ? 0 : 1);
   ixSize n = 1;
   bool zero = false;
-  for (ixSize d : a->dims) {
+  for (ixSize d : shape) {
     if (d == 0) zero = true;
     else if (__builtin_mul_overflow(n, d, &n)) n = ~ixSize(0);  // saturate; fails below unless empty
   }
-  if (zero) n = 0;
-  if (n == ~ixSize(0)) out_of_memory();
-  a->numel = n;
+  if (!zero && n == ~ixSize(0)) out_of_memory();
+  a->dims = shape;
 }
 
 // Data up to this size live in the record's own allocation: scalars and
@@ -151,13 +196,13 @@ void* big_block(std::size_t bytes) noexcept {
 void allocate_data(ixArray* a, bool zeroed) {
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
   if (a->data_in_record) {
-    if (zeroed) std::memset(a->data, 0, a->numel * elem);
+    if (zeroed) std::memset(a->data, 0, numel(a) * elem);
     return;
   }
-  if (a->numel == 0) return;
-  if (a->numel > kMaxArrayBytes / elem) out_of_memory();
-  const std::size_t bytes = a->numel * elem;
-  a->data = zeroed ? std::calloc(a->numel, elem) : big_block(bytes);
+  if (numel(a) == 0) return;
+  if (numel(a) > kMaxArrayBytes / elem) out_of_memory();
+  const std::size_t bytes = numel(a) * elem;
+  a->data = zeroed ? std::calloc(numel(a), elem) : big_block(bytes);
   if (!a->data) out_of_memory();
 }
 
@@ -178,26 +223,22 @@ ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std
   new_array n;
   n.a->class_id = cls;
   set_shape(n.a, ndim, dims);
-  if (per_element && n.a->numel > kMaxArrayBytes / sizeof(ixArray*) / per_element) out_of_memory();
-  try {
-    n.a->elements.assign(n.a->numel * per_element, nullptr);
-  } catch (const std::bad_alloc&) {
-    out_of_memory();
-  }
+  if (per_element && numel(n.a) > kMaxArrayBytes / sizeof(ixArray*) / per_element) out_of_memory();
+  n.a->data = new_slots(numel(n.a) * per_element);
   return n.release();
 }
 
 ixArray* make_named(ixClassID cls, const char* name) {
   new_array n;
   n.a->class_id = cls;
-  n.a->class_name = name ? name : "";
+  if (name && *name) extra_of(n.a).class_name = name;
   const ixSize one[2] = {1, 1};
   set_shape(n.a, 2, one);
   return n.release();
 }
 
 void check_index(const ixArray* a, ixSize index, const char* what) {
-  if (index >= a->numel) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
+  if (index >= numel(a)) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
 }
 
 const ixArray* as_struct(const ixArray* s) {
@@ -254,7 +295,6 @@ ixArray* ixCreateStringInPlace(std::size_t room, std::size_t (*fill)(char16_t* o
   if (units != room) {
     a->dims[0] = units ? 1 : 0;
     a->dims[1] = units;
-    a->numel = units;
     if (!a->data_in_record && units)
       if (void* smaller = std::realloc(a->data, units * sizeof(char16_t))) a->data = smaller;
   }
@@ -288,7 +328,7 @@ ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, 
     throw std::invalid_argument("structure creation: repeated field name \"" + names[repeated] + "\"");
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
   matrix::owned_array guard(a);
-  a->fields.assign(names, names + nfields);
+  extra_of(a).fields.assign(names, names + nfields);
   return guard.release();
 }
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names) {
@@ -302,11 +342,12 @@ ixArray* ixCreateStructMatrix(ixSize m, ixSize n, int nfields, const char** name
 ixArray* ixCreateStringArray(std::size_t ndim, const ixSize* dims) {
   new_array n;
   n.a->class_id = ixOBJECT_CLASS;
-  n.a->class_name = "string";
+  ixArrayExtra& extra = extra_of(n.a);
+  extra.class_name = "string";
   set_shape(n.a, ndim, dims);
-  if (n.a->numel > kMaxArrayBytes / sizeof(std::u16string)) out_of_memory();
-  n.a->texts.resize(n.a->numel);
-  n.a->missing.assign(n.a->numel, false);
+  if (numel(n.a) > kMaxArrayBytes / sizeof(std::u16string)) out_of_memory();
+  extra.texts.resize(numel(n.a));
+  extra.missing.assign(numel(n.a), false);
   return n.release();
 }
 ixArray* ixCreateSparse(ixSize m, ixSize n, ixClassID cls, ixComplexity cx) {
@@ -318,7 +359,7 @@ ixArray* ixCreateSparse(ixSize m, ixSize n, ixClassID cls, ixComplexity cx) {
   a.a->sparse = true;
   const ixSize dims[2] = {m, n};
   set_shape(a.a, 2, dims);
-  a.a->sparse_cols.assign(n + 1, 0);
+  extra_of(a.a).sparse_cols.assign(n + 1, 0);
   return a.release();
 }
 ixArray* ixCreateFunctionHandle(const char* function_name) { return make_named(ixFUNCTION_CLASS, function_name); }
@@ -333,22 +374,20 @@ ixArray* ixDuplicateArray(const ixArray* a) {
   d->complex = a->complex;
   d->sparse = a->sparse;
   d->dims = a->dims;
-  d->numel = a->numel;
-  d->fields = a->fields;
-  d->texts = a->texts;
-  d->missing = a->missing;
-  d->class_name = a->class_name;
-  d->sparse_rows = a->sparse_rows;
-  d->sparse_cols = a->sparse_cols;
+  if (a->extra) extra_of(d) = *a->extra;
+  if (holds_slots(a)) {
+    const std::size_t count = slot_count(a);
+    d->data = new_slots(count);
+    for (std::size_t i = 0; i < count; ++i) slots(d)[i] = ixDuplicateArray(slots(a)[i]);
+    return n.release();
+  }
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
-  const std::size_t count = a->sparse ? a->sparse_rows.size() : a->numel;
+  const std::size_t count = a->sparse ? a->extra->sparse_rows.size() : numel(a);
   if (a->data && count) {
     d->data = std::malloc(count * elem);
     if (!d->data) out_of_memory();
     std::memcpy(d->data, a->data, count * elem);
   }
-  d->elements.assign(a->elements.size(), nullptr);
-  for (std::size_t i = 0; i < a->elements.size(); ++i) d->elements[i] = ixDuplicateArray(a->elements[i]);
   return n.release();
 }
 
@@ -357,8 +396,9 @@ void ixDestroyArray(ixArray* a) noexcept {
   // each array's elements are taken over into the work list before it dies.
   std::vector<ixArray*> pending;
   while (a) {
-    for (ixArray* e : a->elements)
-      if (e) {
+    const std::size_t count = a->data && holds_slots(a) ? slot_count(a) : 0;
+    for (std::size_t i = 0; i < count; ++i)
+      if (ixArray* e = slots(a)[i]) {
         try {
           pending.push_back(e);
         } catch (...) {
@@ -406,8 +446,8 @@ const char* ixClassNameOf(ixClassID cls) noexcept {
 }
 
 const char* ixGetClassName(const ixArray* a) noexcept {
-  if ((a->class_id == ixOBJECT_CLASS || a->class_id == ixOPAQUE_CLASS) && !a->class_name.empty())
-    return a->class_name.c_str();
+  if ((a->class_id == ixOBJECT_CLASS || a->class_id == ixOPAQUE_CLASS) && a->extra && !a->extra->class_name.empty())
+    return a->extra->class_name.c_str();
   return ixClassNameOf(a->class_id);
 }
 
@@ -415,7 +455,7 @@ bool ixIsComplex(const ixArray* a) noexcept { return a->complex; }
 bool ixIsSparse(const ixArray* a) noexcept { return a->sparse; }
 bool ixIsNumeric(const ixArray* a) noexcept { return is_numeric_class(a->class_id); }
 bool ixIsLogicalScalar(const ixArray* a) noexcept {
-  return a && a->class_id == ixLOGICAL_CLASS && !a->sparse && a->dims.size() == 2 && a->numel == 1;
+  return a && a->class_id == ixLOGICAL_CLASS && !a->sparse && a->dims.size() == 2 && numel(a) == 1;
 }
 bool ixIsLogicalScalarTrue(const ixArray* a) noexcept {
   return ixIsLogicalScalar(a) && *static_cast<const bool*>(a->data);
@@ -428,66 +468,76 @@ ixSize ixGetN(const ixArray* a) noexcept {
   for (std::size_t i = 1; i < a->dims.size(); ++i) n *= a->dims[i];
   return n;
 }
-ixSize ixGetNumberOfElements(const ixArray* a) noexcept { return a->numel; }
-bool ixIsEmpty(const ixArray* a) noexcept { return a->numel == 0; }
+ixSize ixGetNumberOfElements(const ixArray* a) noexcept { return numel(a); }
+bool ixIsEmpty(const ixArray* a) noexcept { return numel(a) == 0; }
 std::size_t ixGetElementSize(const ixArray* a) noexcept { return element_size(a->class_id); }
 
 void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim) {
-  const ixSize before = a->numel;
+  const ixSize before = numel(a);
   const ixDimensionList old = a->dims;
   set_shape(a, ndim, dims);
-  if (a->numel != before) {
+  if (numel(a) != before) {
     a->dims = old;
-    a->numel = before;
     throw std::invalid_argument("ixSetDimensions: the number of elements must not change");
   }
 }
 
-void* ixGetData(const ixArray* a) noexcept { return a->data; }
+void* ixGetData(const ixArray* a) noexcept { return holds_slots(a) ? nullptr : a->data; }
 
 // --- cells and structures ----------------------------------------------------
 
 ixArray* ixGetCell(const ixArray* cell, ixSize index) {
   if (cell->class_id != ixCELL_CLASS) throw std::invalid_argument("ixGetCell: not a cell array");
   check_index(cell, index, "ixGetCell");
-  return cell->elements[index];
+  return slots(cell)[index];
 }
 void ixSetCell(ixArray* cell, ixSize index, ixArray* value) {
   if (cell->class_id != ixCELL_CLASS) throw std::invalid_argument("ixSetCell: not a cell array");
   check_index(cell, index, "ixSetCell");
-  ixDestroyArray(std::exchange(cell->elements[index], value));
+  ixDestroyArray(std::exchange(slots(cell)[index], value));
 }
 int ixGetNumberOfFields(const ixArray* s) noexcept {
-  return s->class_id == ixSTRUCT_CLASS ? int(s->fields.size()) : 0;
+  return s->class_id == ixSTRUCT_CLASS ? int(field_count(s)) : 0;
 }
-const std::string& ixGetFieldName(const ixArray* s, int field) { return as_struct(s)->fields.at(std::size_t(field)); }
+const std::string& ixGetFieldName(const ixArray* s, int field) {
+  return extra_or_none(as_struct(s)).fields.at(std::size_t(field));
+}
 int ixGetFieldNumber(const ixArray* s, std::string_view name) noexcept {
   if (s->class_id != ixSTRUCT_CLASS) return -1;
-  for (std::size_t i = 0; i < s->fields.size(); ++i)
-    if (s->fields[i] == name) return int(i);
+  const std::vector<std::string>& fields = extra_or_none(s).fields;
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    if (fields[i] == name) return int(i);
   return -1;
 }
 ixArray* ixGetFieldByNumber(const ixArray* s, ixSize index, int field) {
   as_struct(s);
   check_index(s, index, "ixGetFieldByNumber");
-  if (field < 0 || std::size_t(field) >= s->fields.size()) throw std::out_of_range("ixGetFieldByNumber: no such field");
-  return s->elements[index * s->fields.size() + std::size_t(field)];
+  const std::size_t nf = field_count(s);
+  if (field < 0 || std::size_t(field) >= nf) throw std::out_of_range("ixGetFieldByNumber: no such field");
+  return slots(s)[index * nf + std::size_t(field)];
 }
 void ixSetFieldByNumber(ixArray* s, ixSize index, int field, ixArray* value) {
   as_struct(s);
   check_index(s, index, "ixSetFieldByNumber");
-  if (field < 0 || std::size_t(field) >= s->fields.size()) throw std::out_of_range("ixSetFieldByNumber: no such field");
-  ixDestroyArray(std::exchange(s->elements[index * s->fields.size() + std::size_t(field)], value));
+  const std::size_t nf = field_count(s);
+  if (field < 0 || std::size_t(field) >= nf) throw std::out_of_range("ixSetFieldByNumber: no such field");
+  ixDestroyArray(std::exchange(slots(s)[index * nf + std::size_t(field)], value));
 }
 int ixAddField(ixArray* s, std::string_view name) {
   as_struct(s);
   if (ixGetFieldNumber(s, name) >= 0) throw std::invalid_argument("ixAddField: repeated field name");
-  const std::size_t nf = s->fields.size();
-  std::vector<ixArray*> grown(s->numel * (nf + 1), nullptr);
-  for (ixSize i = 0; i < s->numel; ++i)
-    for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = s->elements[i * nf + f];
-  s->fields.emplace_back(name);
-  s->elements.swap(grown);
+  const std::size_t nf = field_count(s);
+  if (numel(s) > kMaxArrayBytes / sizeof(ixArray*) / (nf + 1)) out_of_memory();
+  ixArray** grown = new_slots(numel(s) * (nf + 1));
+  for (ixSize i = 0; i < numel(s); ++i)
+    for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = slots(s)[i * nf + f];
+  try {
+    extra_of(s).fields.emplace_back(name);
+  } catch (...) {
+    std::free(grown);
+    throw;
+  }
+  std::free(std::exchange(s->data, grown));
   return int(nf);
 }
 
@@ -530,37 +580,41 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
   if (a == b) return true;
   if (!a || !b) return false;
   if (a->class_id != b->class_id || a->complex != b->complex || a->sparse != b->sparse || a->dims != b->dims ||
-      a->class_name != b->class_name)
+      extra_or_none(a).class_name != extra_or_none(b).class_name)
     return false;
   switch (a->class_id) {
     case ixCELL_CLASS:
-      for (ixSize i = 0; i < a->numel; ++i)
-        if (!equal_elements(a->elements[i], b->elements[i])) return false;
+      for (ixSize i = 0; i < numel(a); ++i)
+        if (!equal_elements(slots(a)[i], slots(b)[i])) return false;
       return true;
     case ixSTRUCT_CLASS: {
       // Field order is not part of a structure's value.
-      if (a->fields.size() != b->fields.size()) return false;
-      const std::size_t nf = a->fields.size();
+      const std::vector<std::string>& af = extra_or_none(a).fields;
+      const std::vector<std::string>& bf = extra_or_none(b).fields;
+      if (af.size() != bf.size()) return false;
+      const std::size_t nf = af.size();
       // Fields are paired by name through both sorted orders: names are
       // unique, so equal structures pair every field.
-      const std::vector<std::size_t> fa = sorted_field_order(a->fields.data(), nf);
-      const std::vector<std::size_t> fb = sorted_field_order(b->fields.data(), nf);
+      const std::vector<std::size_t> fa = sorted_field_order(af.data(), nf);
+      const std::vector<std::size_t> fb = sorted_field_order(bf.data(), nf);
       for (std::size_t k = 0; k < nf; ++k) {
         const std::size_t f = fa[k], g = fb[k];
-        if (a->fields[f] != b->fields[g]) return false;
-        for (ixSize i = 0; i < a->numel; ++i)
-          if (!equal_elements(a->elements[i * nf + f], b->elements[i * nf + g])) return false;
+        if (af[f] != bf[g]) return false;
+        for (ixSize i = 0; i < numel(a); ++i)
+          if (!equal_elements(slots(a)[i * nf + f], slots(b)[i * nf + g])) return false;
       }
       return true;
     }
     case ixOBJECT_CLASS:
-      return a->texts == b->texts && a->missing == b->missing;
+      return extra_or_none(a).texts == extra_or_none(b).texts && extra_or_none(a).missing == extra_or_none(b).missing;
     case ixFUNCTION_CLASS: case ixOPAQUE_CLASS:
       return true;
     default: break;
   }
-  if (a->sparse && (a->sparse_rows != b->sparse_rows || a->sparse_cols != b->sparse_cols)) return false;
-  const std::size_t count = (a->sparse ? a->sparse_rows.size() : a->numel) * (a->complex ? 2 : 1);
+  const ixArrayExtra& ax = extra_or_none(a);
+  const ixArrayExtra& bx = extra_or_none(b);
+  if (a->sparse && (ax.sparse_rows != bx.sparse_rows || ax.sparse_cols != bx.sparse_cols)) return false;
+  const std::size_t count = (a->sparse ? ax.sparse_rows.size() : numel(a)) * (a->complex ? 2 : 1);
   if (count == 0) return true;
   if (a->class_id == ixDOUBLE_CLASS) return same_floats<double>(a->data, b->data, count);
   if (a->class_id == ixSINGLE_CLASS) return same_floats<float>(a->data, b->data, count);
@@ -572,21 +626,22 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
 namespace Tovenar::String {
 
 bool isString(const ixArray* a) noexcept {
-  return a && a->class_id == ixOBJECT_CLASS && a->class_name == "string" && a->texts.size() == a->numel;
+  return a && a->class_id == ixOBJECT_CLASS && a->extra && a->extra->class_name == "string" &&
+         a->extra->texts.size() == numel(a);
 }
 
 std::optional<std::u16string_view> getString(const ixArray* a, ixSize index) {
   if (!isString(a)) throw std::invalid_argument("getString: not a string array");
   check_index(a, index, "getString");
-  if (a->missing[index]) return std::nullopt;
-  return std::u16string_view(a->texts[index]);
+  if (a->extra->missing[index]) return std::nullopt;
+  return std::u16string_view(a->extra->texts[index]);
 }
 
 void setString(ixArray* a, ixSize index, std::optional<std::u16string_view> text) {
   if (!isString(a)) throw std::invalid_argument("setString: not a string array");
   check_index(a, index, "setString");
-  a->missing[index] = !text;
-  a->texts[index] = text ? std::u16string(*text) : std::u16string();
+  a->extra->texts[index] = text ? std::u16string(*text) : std::u16string();
+  a->extra->missing[index] = !text;
 }
 
 }  // namespace Tovenar::String

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,13 +51,13 @@ using ixLogical = bool;
 struct ixArray_tag;
 using ixArray = ixArray_tag;
 
-// The dimension list of an array record: up to four sizes held in place
-// (nearly every array), more on the heap, so creating an array costs no
-// allocation for its shape.
+// The dimension list of an array record: two sizes held in place (a matrix,
+// which nearly every array is), more on the heap, so creating an array
+// costs no allocation for its shape.
 class IXTAL_API ixDimensionList {
  public:
-  ixDimensionList() noexcept = default;
-  ixDimensionList(const ixDimensionList& other) { assign(other.begin(), other.end()); }
+  ixDimensionList() noexcept : in_place_{0, 0} {}
+  ixDimensionList(const ixDimensionList& other) : ixDimensionList() { assign(other.begin(), other.end()); }
   ixDimensionList& operator=(const ixDimensionList& other) {
     if (this != &other) assign(other.begin(), other.end());
     return *this;
@@ -65,55 +66,68 @@ class IXTAL_API ixDimensionList {
 
   void assign(const ixSize* first, const ixSize* last);
   void push_back(ixSize d) {
-    if (size_ == capacity_) grow(2 * capacity_);
-    data_[size_++] = d;
+    if (size_ == capacity_) grow(2 * std::size_t(capacity_));
+    ptr()[size_++] = d;
   }
   void pop_back() noexcept { --size_; }
 
   std::size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
-  const ixSize* data() const noexcept { return data_; }
-  ixSize& operator[](std::size_t i) noexcept { return data_[i]; }
-  ixSize operator[](std::size_t i) const noexcept { return data_[i]; }
-  ixSize back() const noexcept { return data_[size_ - 1]; }
-  const ixSize* begin() const noexcept { return data_; }
-  const ixSize* end() const noexcept { return data_ + size_; }
+  const ixSize* data() const noexcept { return ptr(); }
+  ixSize& operator[](std::size_t i) noexcept { return ptr()[i]; }
+  ixSize operator[](std::size_t i) const noexcept { return ptr()[i]; }
+  ixSize back() const noexcept { return ptr()[size_ - 1]; }
+  const ixSize* begin() const noexcept { return ptr(); }
+  const ixSize* end() const noexcept { return ptr() + size_; }
   friend bool operator==(const ixDimensionList& a, const ixDimensionList& b) noexcept {
     return a.size_ == b.size_ && std::equal(a.begin(), a.end(), b.begin());
   }
 
  private:
-  static constexpr std::size_t kInPlace = 4;
+  static constexpr std::uint32_t kInPlace = 2;
+  ixSize* ptr() noexcept { return capacity_ > kInPlace ? heap_ : in_place_; }
+  const ixSize* ptr() const noexcept { return capacity_ > kInPlace ? heap_ : in_place_; }
   void grow(std::size_t capacity);
   void release() noexcept {
-    if (data_ != in_place_) delete[] data_;
-    data_ = in_place_;
+    if (capacity_ > kInPlace) delete[] heap_;
     capacity_ = kInPlace;
+    in_place_[0] = in_place_[1] = 0;  // an emptied list reads as no elements
   }
 
-  ixSize* data_ = in_place_;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = kInPlace;
-  ixSize in_place_[kInPlace] = {};
+  std::uint32_t size_ = 0;
+  std::uint32_t capacity_ = kInPlace;
+  union {
+    ixSize in_place_[kInPlace];
+    ixSize* heap_;
+  };
+};
+
+// What only some classes hold, kept out of the record: a document decodes to
+// arrays by the hundred thousand, nearly all scalars and short texts, and
+// every byte of the record is paid that many times.
+struct ixArrayExtra {
+  std::vector<std::string> fields;    // struct field names in field-number order
+  std::vector<std::u16string> texts;  // string arrays: numel texts
+  std::vector<bool> missing;          // string arrays: which elements are missing
+  std::string class_name;             // function handles, opaque and class objects
+  std::vector<std::uint64_t> sparse_rows, sparse_cols;  // sparse: row index and column start per entry
 };
 
 // The array record. Its members are the runtime's; builtins use the
 // functions below.
 struct IXTAL_API ixArray_tag {
-  ixClassID class_id = ixUNKNOWN_CLASS;
-  bool complex = false;
-  bool sparse = false;
+  // Bit-fields: the class and both flags share one word with the scope.
+  ixClassID class_id : 16 = ixUNKNOWN_CLASS;
+  bool complex : 1 = false;
+  bool sparse : 1 = false;
+  bool data_in_record : 1 = false;  // data share the record's allocation (small arrays)
   int scope = 0;
-  bool data_in_record = false;       // data share the record's allocation (small arrays)
-  ixDimensionList dims;              // at least two entries
-  ixSize numel = 0;                  // product of dims
-  void* data = nullptr;              // numeric, logical, char: numel elements (pairs if complex)
-  std::vector<ixArray*> elements;    // cell: numel; struct: numel * fields.size(), element-major
-  std::vector<std::string> fields;   // struct field names in field-number order
-  std::vector<std::u16string> texts; // string arrays: numel texts
-  std::vector<bool> missing;         // string arrays: which elements are missing
-  std::string class_name;            // function handles, opaque and class objects
-  std::vector<std::uint64_t> sparse_rows, sparse_cols;  // sparse: row index and column start per entry
+  ixDimensionList dims;  // at least two entries
+  // Numeric, logical, char: numel elements (pairs if complex), right after
+  // the record when they are few. Cell: numel element slots; struct:
+  // numel * field count slots, element-major.
+  void* data = nullptr;
+  std::unique_ptr<ixArrayExtra> extra;  // made when first needed
 
   // This host always holds full dimension vectors; kept for callers written
   // for hosts that complete lazily.
