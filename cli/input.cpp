@@ -58,7 +58,7 @@ std::string read_input(const Options& options) {
 
 matrix::owned_array host_text(std::string_view utf8) {
   // ixCreateString stops at the first NUL; a NUL byte is text like any other.
-  return matrix::owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8)));
+  return matrix::owned_array(ixCreateStringFromUtf8(utf8));
 }
 
 }  // namespace dovra_cli

@@ -30,8 +30,11 @@ std::unique_ptr<ixtal::BuiltinLibrary> load(const std::string& path) {
       path, "dovra_json_builtins", std::vector<std::string>{ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
 }
 
-matrix::owned_array decode(const Options& o, const std::string& bytes) {
+// Takes the input bytes: they are released once the host text holds them,
+// so the two never outlive each other through the call.
+matrix::owned_array decode(const Options& o, std::string bytes) {
   const matrix::owned_array text = host_text(bytes);
+  std::string().swap(bytes);
   auto results = ixtal::call(o.lhs ? ixtal::kJsonDecodeResponseName : ixtal::kJsonDecodeName, 1, {text.get()});
   return std::move(results.at(0));
 }
@@ -73,7 +76,7 @@ int run(const Options& o) {
   // Everything goes to a buffer first: a failure leaves standard output empty.
   std::string output;
   try {
-    matrix::owned_array value = decode(o, bytes);
+    matrix::owned_array value = decode(o, std::move(bytes));
     if (o.command == Command::encode) {
       output = encode(o, value.get()) + "\n";
     } else {
