@@ -9,10 +9,10 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
-#include <sys/mman.h>
 
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
+#include "ixtal/memory.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/testing.hpp"
 #include "ixtal/text.hpp"
@@ -182,17 +182,6 @@ std::size_t data_in_record_bytes(std::size_t ndim, const ixSize* dims, ixClassID
   return bytes <= kDataInRecord ? bytes : 0;
 }
 
-// Memory for large uninitialised data, backed by huge pages where the
-// kernel offers them: a fresh 40 MB result otherwise costs ten thousand
-// page faults, more than writing it. Freed and reallocated as any block.
-void* big_block(std::size_t bytes) noexcept {
-  constexpr std::size_t kHugePage = std::size_t(2) << 20;
-  if (bytes < 2 * kHugePage) return std::malloc(bytes);
-  void* p = std::aligned_alloc(kHugePage, (bytes + kHugePage - 1) / kHugePage * kHugePage);
-  if (p) ::madvise(p, bytes, MADV_HUGEPAGE);  // a refusal leaves ordinary pages
-  return p;
-}
-
 void allocate_data(ixArray* a, bool zeroed) {
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
   if (a->data_in_record) {
@@ -202,7 +191,7 @@ void allocate_data(ixArray* a, bool zeroed) {
   if (numel(a) == 0) return;
   if (numel(a) > kMaxArrayBytes / elem) out_of_memory();
   const std::size_t bytes = numel(a) * elem;
-  a->data = zeroed ? std::calloc(numel(a), elem) : big_block(bytes);
+  a->data = zeroed ? std::calloc(numel(a), elem) : ixtal::allocate_large(bytes);
   if (!a->data) out_of_memory();
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <immintrin.h>
+#include <new>
 #include <stdexcept>
 
 namespace fl::i18n {
@@ -239,16 +240,22 @@ void codecvt_ustring_to_string::convert(const char16_t* text, std::size_t n, std
   convert_into(text, n, out.data() + start);
 }
 
-std::unique_ptr<char[]> codecvt_ustring_to_string::convert_once(const char16_t* text, std::size_t n,
-                                                                std::size_t& size) const {
+ixtal::large_buffer<char> codecvt_ustring_to_string::convert_once(const char16_t* text, std::size_t n,
+                                                                  std::size_t& size) const {
   // Text that is all ASCII (the usual JSON) fills a buffer of n exactly.
   // At the first other unit the buffer grows to the most the rest can need;
   // nothing fills it beforehand, so memory never written is never touched.
-  std::unique_ptr<char[]> out(new char[n ? n : 1]);
+  const auto allocate = [](std::size_t bytes) {
+    ixtal::large_buffer<char> block(static_cast<char*>(ixtal::allocate_large(bytes)));
+    if (!block) throw std::bad_alloc();
+    return block;
+  };
+  ixtal::large_buffer<char> out = allocate(n);
   const std::size_t prefix = ascii_run_u16(text, n, out.get());
   size = prefix;
   if (prefix == n) return out;
-  std::unique_ptr<char[]> room(new char[prefix + 3 * (n - prefix)]);
+  if (n - prefix > (~std::size_t(0) - prefix) / 3) throw std::bad_alloc();
+  ixtal::large_buffer<char> room = allocate(prefix + 3 * (n - prefix));
   std::memcpy(room.get(), out.get(), prefix);
   out.reset();
   size = prefix + convert_bounded(text + prefix, n - prefix, room.get() + prefix);

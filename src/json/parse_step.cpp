@@ -79,7 +79,7 @@ fj::Value parse_text_argument(const ixArray* arg) {
   // A request body can be tens of megabytes: converted in one pass, with no
   // zero fill and no spare room when it is all ASCII.
   std::size_t size = 0;
-  const std::unique_ptr<char[]> utf8 =
+  const auto utf8 =
       fl::i18n::codecvt_ustring_to_string("UTF-8").convert_once(text->data(), text->size(), size);
 
   std::optional<ParseFailure> failure;

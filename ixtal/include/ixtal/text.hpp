@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "ixtal/export.hpp"
+#include "ixtal/memory.hpp"
 
 namespace fl::i18n {
 
@@ -32,7 +33,7 @@ class IXTAL_API codecvt_ustring_to_string {
   // length): for texts too large to pay for a zero fill or a second
   // reading. All-ASCII text takes exactly n bytes; otherwise the buffer is
   // the bound, of which only what is written is ever touched.
-  std::unique_ptr<char[]> convert_once(const char16_t* text, std::size_t n, std::size_t& size) const;
+  ixtal::large_buffer<char> convert_once(const char16_t* text, std::size_t n, std::size_t& size) const;
   std::string operator()(std::u16string_view text) const {
     std::string out;
     convert(text.data(), text.size(), out);
