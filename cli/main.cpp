@@ -30,11 +30,11 @@ std::unique_ptr<ixtal::BuiltinLibrary> load(const std::string& path) {
       path, "dovra_json_builtins", std::vector<std::string>{ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
 }
 
-// Takes the input bytes: they are released once the host text holds them,
-// so the two never outlive each other through the call.
-matrix::owned_array decode(const Options& o, std::string bytes) {
-  const matrix::owned_array text = host_text(bytes);
-  std::string().swap(bytes);
+// Takes the input: it is released once the host text holds its bytes, so
+// the two do not both live through the call.
+matrix::owned_array decode(const Options& o, Input input) {
+  const matrix::owned_array text = host_text(input.bytes());
+  input.release();
   auto results = ixtal::call(o.lhs ? ixtal::kJsonDecodeResponseName : ixtal::kJsonDecodeName, 1, {text.get()});
   return std::move(results.at(0));
 }
@@ -54,8 +54,8 @@ int run(const Options& o) {
     return 0;
   }
   const std::string path = ixtal::default_json_builtins_path();
-  std::string bytes;
-  if (o.command != Command::version) bytes = read_input(o);  // before loading: a usage error costs nothing
+  Input input;
+  if (o.command != Command::version) input = read_input(o);  // before loading: a usage error costs nothing
 
   std::unique_ptr<ixtal::BuiltinLibrary> library;
   try {
@@ -76,7 +76,7 @@ int run(const Options& o) {
   // Everything goes to a buffer first: a failure leaves standard output empty.
   std::string output;
   try {
-    matrix::owned_array value = decode(o, std::move(bytes));
+    matrix::owned_array value = decode(o, std::move(input));
     if (o.command == Command::encode) {
       output = encode(o, value.get()) + "\n";
     } else {
