@@ -2,10 +2,16 @@
 // way any host does and calls only what the library publishes: the two table
 // entries and dovra.json.decode.
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "display.hpp"
 #include "error_output.hpp"
@@ -39,13 +45,47 @@ matrix::owned_array decode(const Options& o, Input input) {
   return std::move(results.at(0));
 }
 
-std::string encode(const Options& o, const ixArray* value) {
+matrix::owned_array encode(const Options& o, const ixArray* value) {
   const matrix::owned_array format(ixCreateString(o.format.c_str()));
   const matrix::owned_array nan_inf(ixCreateString(o.nan_inf.c_str()));
   const matrix::owned_array pretty(ixCreateLogicalScalar(o.pretty));
   auto results = ixtal::call(ixtal::kJsonEncodeName, 1, {value, format.get(), nan_inf.get(), pretty.get()});
-  fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
-  return matrix::get_string(results.at(0).get(), to_utf8);
+  return std::move(results.at(0));
+}
+
+// Standard output refused the text: a full disk, a closed pipe with SIGPIPE
+// ignored, a revoked terminal.
+struct WriteError {
+  int error;
+};
+
+void write_all(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) throw WriteError{n < 0 ? errno : EIO};
+    bytes.remove_prefix(std::size_t(n));
+  }
+}
+
+// Writes an encoded char row as UTF-8 through one small buffer: a second
+// copy of a text of tens of megabytes would cost as much memory as the row.
+void write_row(const ixArray* row) {
+  const matrix::typed_array<char16_t> units(row);
+  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
+  constexpr std::size_t kChunk = 1 << 14;
+  std::unique_ptr<char[]> buffer(new char[3 * kChunk + 1]);
+  std::size_t at = 0;
+  while (at < units.size()) {
+    std::size_t n = std::min(kChunk, units.size() - at);
+    // A surrogate pair is never cut in two: each half alone is ill-formed.
+    if (at + n < units.size() && (units.data()[at + n - 1] & 0xFC00) == 0xD800) --n;
+    std::size_t bytes = to_utf8.convert_bounded(units.data() + at, n, buffer.get());
+    at += n;
+    if (at == units.size()) buffer[bytes++] = '\n';
+    write_all(std::string_view(buffer.get(), bytes));
+  }
+  if (units.size() == 0) write_all("\n");
 }
 
 int run(const Options& o) {
@@ -73,23 +113,31 @@ int run(const Options& o) {
     return 0;
   }
 
-  // Everything goes to a buffer first: a failure leaves standard output empty.
-  std::string output;
+  // Everything is made before the first byte is written: a failure leaves
+  // standard output empty.
+  matrix::owned_array encoded;
+  std::string shown_text;
   try {
     matrix::owned_array value = decode(o, std::move(input));
     if (o.command == Command::encode) {
-      output = encode(o, value.get()) + "\n";
+      encoded = encode(o, value.get());
     } else {
       std::ostringstream shown;
       display(shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
-      output = shown.str();
+      shown_text = shown.str();
     }
   } catch (const ixtal::HostError& e) {
     write_error(std::cerr, Failure::from(e), o.error_format);
     return kExitError;
   }
-  std::cout << output << std::flush;
-  return std::cout ? 0 : kExitError;
+  try {
+    if (encoded) write_row(encoded.get());
+    else write_all(shown_text);
+  } catch (const WriteError& e) {
+    std::cerr << "dovra-json: cannot write standard output: " << std::strerror(e.error) << "\n";
+    return kExitError;
+  }
+  return 0;
 }
 
 }  // namespace

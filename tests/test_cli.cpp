@@ -227,6 +227,39 @@ TEST(CliInput, Utf8SurvivesEveryPathUnchanged) {
   }
 }
 
+TEST(CliOutput, LongTextsKeepSurrogatePairsAcrossTheWriteBuffer) {
+  // The first pair straddles the writer's first 16 Ki-unit step; the
+  // others fall around the later steps.
+  std::string text = "\"";
+  for (std::size_t run : {16382, 16381, 16383, 16380}) text += std::string(run, 'a') + "\xF0\x9F\x98\x80";
+  text += "\"";
+  const Result r = dovra({"encode", "--format", "small", write_file("long.json", text)});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(r.out == text + "\n");
+}
+
+TEST(CliOutput, AFullDiskIsAnErrorThatNamesTheOutput) {
+  for (const char* command : {"encode", "decode"}) {
+    SCOPED_TRACE(command);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 1, "/dev/full", O_WRONLY, 0);
+    const std::string err = write_file("stderr", "");
+    posix_spawn_file_actions_addopen(&files, 2, err.c_str(), O_WRONLY | O_TRUNC, 0);
+    std::vector<std::string> argv = {kBinary, command, "--text", "[1,2]"};
+    std::vector<char*> args;
+    for (auto& a : argv) args.push_back(a.data());
+    args.push_back(nullptr);
+    pid_t pid;
+    ASSERT_EQ(posix_spawn(&pid, kBinary.c_str(), &files, nullptr, args.data(), environ), 0);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    posix_spawn_file_actions_destroy(&files);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+    EXPECT_EQ(read_file(err), "dovra-json: cannot write standard output: No space left on device\n");
+  }
+}
+
 // --- decode and encode ------------------------------------------------------------
 
 struct Row {
