@@ -3,7 +3,8 @@
 # libraries, writes the data sets (fixed seed, into bench/data/), builds the
 # benchmark in build-bench, runs every case five times, measures the peak
 # memory of decoding the double matrix, and prints the summary: our MB/s per
-# workload and the ratio to each peer. The summary is also left in
+# workload and the ratio to each peer. Last, dovra-json and its peer program
+# run as whole processes on the matrix file (bench/process_bench.py). The summary is also left in
 # build-bench/bench-results/summary.md.
 #
 # Every case runs in a process of its own: what one case leaves in the heap
@@ -14,10 +15,10 @@
 #                          or --benchmark_repetitions=3]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3
+bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time
 python3 bench/gen_data.py
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
-cmake --build build-bench -j2 --target dovra_bench >/dev/null
+cmake --build build-bench -j2 --target dovra_bench dovra_process_peer dovra-json >/dev/null
 
 bin=build-bench/bin/dovra_bench
 out=build-bench/bench-results
@@ -40,3 +41,5 @@ for impl in ours simdjson rapidjson; do
 done
 echo
 python3 bench/summarize.py --peak "$out/peak_rss.jsonl" "$out"/case-*.json | tee "$out/summary.md"
+echo
+/usr/bin/python3 bench/process_bench.py build-bench bench/data/doubles_1000x1000.json | tee -a "$out/summary.md"
