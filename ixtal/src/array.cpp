@@ -149,7 +149,7 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
 // Data up to this size live in the record's own allocation: scalars and
 // short texts, which a decoded document holds by the hundred thousand, then
 // cost one allocation each instead of two.
-constexpr std::size_t kDataInRecord = 64;
+constexpr std::size_t kDataInRecord = 256;
 
 struct new_array {
   ixArray* a;
