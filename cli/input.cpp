@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "ixtal/text.hpp"
@@ -72,7 +73,10 @@ Input read_input(const Options& options) {
     const std::size_t length = std::size_t(st.st_size);
     void* mapping = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
     ::close(fd);
-    if (mapping == MAP_FAILED) throw UsageError("cannot read " + name + ": " + std::strerror(errno));
+    if (mapping == MAP_FAILED) {
+      if (errno == ENOMEM) throw std::bad_alloc();
+      throw UsageError("cannot read " + name + ": " + std::strerror(errno));
+    }
     const std::string_view all(static_cast<const char*>(mapping), length);
     return Input(mapping, length, without_final_line_ending(all));
   }

@@ -146,10 +146,20 @@ int run(const Options& o) {
 int main(int argc, char** argv) {
   using namespace dovra_cli;
   std::ios::sync_with_stdio(false);
+  // Running out of memory can happen in any step, the command's own as well
+  // as the builtins': reading the input, making the host text, showing the
+  // result. Every such failure ends here, as the host's own error.
+  ErrorFormat format = ErrorFormat::text;
   try {
-    return run(parse_arguments(argc, argv));
+    const Options options = parse_arguments(argc, argv);
+    format = options.error_format;
+    return run(options);
   } catch (const UsageError& e) {
     std::cerr << "dovra-json: " << e.what() << "\n" << kUsage;
     return kExitUsage;
+  } catch (const std::bad_alloc&) {
+    const resource_core::BaseMsgID nomem("IXTAL", "nomem");
+    write_error(std::cerr, {nomem.id(), {}, ixtal::format_message(nomem)}, format);
+    return kExitError;
   }
 }
