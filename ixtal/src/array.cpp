@@ -8,6 +8,8 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <string_view>
+#include <unordered_set>
 
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
@@ -242,11 +244,24 @@ ixArray* ixCreateCellMatrix(ixSize m, ixSize n) {
   const ixSize dims[2] = {m, n};
   return ixCreateCellArray(2, dims);
 }
+namespace {
+
+// The first name that repeats an earlier one, or null. A set of views keeps
+// a structure of a million fields from costing a million squared compares.
+const std::string* first_repeated_name(const std::string* names, std::size_t count) {
+  std::unordered_set<std::string_view> seen;
+  seen.reserve(count);
+  for (std::size_t i = 0; i < count; ++i)
+    if (!seen.insert(names[i]).second) return &names[i];
+  return nullptr;
+}
+
+}  // namespace
+
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const std::string* names) {
   if (nfields < 0) throw std::invalid_argument("structure creation: negative field count");
-  for (int i = 0; i < nfields; ++i)
-    for (int j = 0; j < i; ++j)
-      if (names[i] == names[j]) throw std::invalid_argument("structure creation: repeated field name \"" + names[i] + "\"");
+  if (const std::string* repeated = first_repeated_name(names, std::size_t(nfields)))
+    throw std::invalid_argument("structure creation: repeated field name \"" + *repeated + "\"");
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
   matrix::owned_array guard(a);
   a->fields.assign(names, names + nfields);
@@ -503,7 +518,8 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
       if (a->fields.size() != b->fields.size()) return false;
       const std::size_t nf = a->fields.size();
       for (std::size_t f = 0; f < nf; ++f) {
-        const int g = ixGetFieldNumber(b, a->fields[f]);
+        // Same order first: a search per field would make n fields cost n^2.
+        const int g = b->fields[f] == a->fields[f] ? int(f) : ixGetFieldNumber(b, a->fields[f]);
         if (g < 0) return false;
         for (ixSize i = 0; i < a->numel; ++i)
           if (!equal_elements(a->elements[i * nf + f], b->elements[i * nf + std::size_t(g)])) return false;
