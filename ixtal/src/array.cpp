@@ -582,15 +582,29 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
       const std::vector<std::string>& bf = extra_or_none(b).fields;
       if (af.size() != bf.size()) return false;
       const std::size_t nf = af.size();
-      // Fields are paired by name through both sorted orders: names are
-      // unique, so equal structures pair every field.
-      const std::vector<std::size_t> fa = sorted_field_order(af.data(), nf);
-      const std::vector<std::size_t> fb = sorted_field_order(bf.data(), nf);
-      for (std::size_t k = 0; k < nf; ++k) {
-        const std::size_t f = fa[k], g = fb[k];
-        if (af[f] != bf[g]) return false;
+      const auto same_field = [&](std::size_t f, std::size_t g) {
         for (ixSize i = 0; i < numel(a); ++i)
           if (!equal_elements(slots(a)[i * nf + f], slots(b)[i * nf + g])) return false;
+        return true;
+      };
+      // The same order, the usual case, needs no pairing at all.
+      if (af == bf) {
+        for (std::size_t f = 0; f < nf; ++f)
+          if (!same_field(f, f)) return false;
+        return true;
+      }
+      // Otherwise fields pair by name through both sorted orders (names are
+      // unique); without memory for the orders, by looking each one up.
+      try {
+        const std::vector<std::size_t> fa = sorted_field_order(af.data(), nf);
+        const std::vector<std::size_t> fb = sorted_field_order(bf.data(), nf);
+        for (std::size_t k = 0; k < nf; ++k)
+          if (af[fa[k]] != bf[fb[k]] || !same_field(fa[k], fb[k])) return false;
+      } catch (const std::bad_alloc&) {
+        for (std::size_t f = 0; f < nf; ++f) {
+          const int g = ixGetFieldNumber(b, af[f]);
+          if (g < 0 || !same_field(f, std::size_t(g))) return false;
+        }
       }
       return true;
     }
