@@ -123,7 +123,7 @@ ixArrayExtra& extra_of(ixArray* a) {
 ixArray** new_slots(std::size_t n) {
   if (n == 0) return nullptr;
   if (n > kMaxArrayBytes / sizeof(ixArray*)) out_of_memory();
-  void* p = std::calloc(n, sizeof(ixArray*));
+  void* p = ixtal::allocate_zeroed(n, sizeof(ixArray*));
   if (!p) out_of_memory();
   return static_cast<ixArray**>(p);
 }
@@ -191,7 +191,7 @@ void allocate_data(ixArray* a, bool zeroed) {
   if (numel(a) == 0) return;
   if (numel(a) > kMaxArrayBytes / elem) out_of_memory();
   const std::size_t bytes = numel(a) * elem;
-  a->data = zeroed ? std::calloc(numel(a), elem) : ixtal::allocate_large(bytes);
+  a->data = zeroed ? ixtal::allocate_zeroed(numel(a), elem) : ixtal::allocate_large(bytes);
   if (!a->data) out_of_memory();
 }
 
@@ -373,7 +373,7 @@ ixArray* ixDuplicateArray(const ixArray* a) {
   const std::size_t elem = element_size(a->class_id) * (a->complex ? 2 : 1);
   const std::size_t count = a->sparse ? a->extra->sparse_rows.size() : numel(a);
   if (a->data && count) {
-    d->data = std::malloc(count * elem);
+    d->data = ixtal::allocate_large(count * elem);
     if (!d->data) out_of_memory();
     std::memcpy(d->data, a->data, count * elem);
   }

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 #include <unistd.h>
 
 #include "ixtal/errors.hpp"
@@ -29,36 +30,44 @@ std::map<std::string, BuiltinFunction, std::less<>>& globals() {
   throw HostError(keyed(key, std::move(args)));
 }
 
+// The one place where whatever a call raised becomes the host's error: a
+// catalogued error keeps its identifier, running out of memory is
+// "IXTAL:nomem", anything else "IXTAL:UnexpectedException".
+[[noreturn]] void rethrow_as_host_error() {
+  try {
+    throw;
+  } catch (const HostError&) {
+    throw;
+  } catch (const foundation::core::except::IMsgIDException& e) {
+    throw HostError(e.GetBaseMsgIDObj());
+  } catch (const std::bad_alloc&) {
+    raise("nomem");
+  } catch (const std::exception& e) {
+    raise("UnexpectedException", {std::string(e.what())});
+  } catch (...) {
+    raise("UnexpectedException", {std::string("an exception of unknown type")});
+  }
+}
+
 }  // namespace
 
 std::vector<matrix::owned_array> call_builtin(BuiltinFunction fn, int nlhs, const std::vector<const ixArray*>& args) {
-  std::vector<ixArray*> plhs(std::size_t(nlhs > 0 ? nlhs : 1), nullptr);
-  std::vector<const ixArray*> prhs(args);
-  auto release_results = [&] {
-    for (ixArray*& a : plhs) ixDestroyArray(std::exchange(a, nullptr));
-  };
+  std::vector<ixArray*> plhs;
   try {
+    // Every allocation of the call, the gateway's own included, is inside:
+    // out of memory anywhere is the host's error, never a bare bad_alloc.
+    plhs.assign(std::size_t(nlhs > 0 ? nlhs : 1), nullptr);
+    std::vector<const ixArray*> prhs(args);
+    std::vector<matrix::owned_array> out;
+    out.reserve(plhs.size());
     fn(nlhs, plhs.data(), std::int32_t(prhs.size()), prhs.data());
-  } catch (const HostError&) {
-    release_results();
-    throw;
-  } catch (const foundation::core::except::IMsgIDException& e) {
-    release_results();
-    throw HostError(e.GetBaseMsgIDObj());
-  } catch (const std::bad_alloc&) {
-    release_results();
-    raise("nomem");
-  } catch (const std::exception& e) {
-    release_results();
-    raise("UnexpectedException", {std::string(e.what())});
+    for (ixArray*& a : plhs)
+      if (a) out.emplace_back(std::exchange(a, nullptr));  // reserved: cannot throw
+    return out;
   } catch (...) {
-    release_results();
-    raise("UnexpectedException", {std::string("an exception of unknown type")});
+    for (ixArray*& a : plhs) ixDestroyArray(std::exchange(a, nullptr));
+    rethrow_as_host_error();
   }
-  std::vector<matrix::owned_array> out;
-  for (ixArray* a : plhs)
-    if (a) out.emplace_back(a);
-  return out;
 }
 
 BuiltinFunction find_function(std::string_view name) {
@@ -71,7 +80,12 @@ BuiltinFunction find_function(std::string_view name) {
 }
 
 std::vector<matrix::owned_array> call(std::string_view name, int nlhs, const std::vector<const ixArray*>& args) {
-  BuiltinFunction fn = find_function(name);
+  BuiltinFunction fn = nullptr;
+  try {
+    fn = find_function(name);
+  } catch (...) {
+    rethrow_as_host_error();
+  }
   if (!fn) raise("UndefinedFunction", {std::string(name)});
   return call_builtin(fn, nlhs, args);
 }

@@ -15,7 +15,10 @@ namespace ixtal {
 // At least bytes of uninitialised memory; null when none can be had.
 // Blocks below a few megabytes come from the ordinary heap.
 IXTAL_API void* allocate_large(std::size_t bytes) noexcept;
-// Releases a block of allocate_large (std::free works as well).
+// count * size bytes of zeroed memory, from the ordinary heap; null when
+// none can be had (or the product overflows).
+IXTAL_API void* allocate_zeroed(std::size_t count, std::size_t size) noexcept;
+// Releases a block of either (std::free works as well).
 IXTAL_API void release_large(void* block) noexcept;
 
 struct large_deleter {

@@ -1,6 +1,7 @@
 #pragma once
 
-// Hooks for tests: counting live arrays, and making array creation fail.
+// Hooks for tests: counting live arrays, and making array creation or the
+// runtime's heap blocks fail.
 // Both are off the normal path: counting is a relaxed atomic add, and the
 // failure hook costs one relaxed load while it is off.
 
@@ -18,6 +19,13 @@ IXTAL_API std::int64_t live_arrays() noexcept;
 // out-of-memory error until the hook is reset with a negative n (the
 // default: off).
 IXTAL_API void fail_allocations_after(std::int64_t n) noexcept;
+
+// Called before each block the runtime takes from the heap for array data,
+// element slots and large buffers; returning true refuses the block, as if
+// memory had run out. Null (the default) allows every block. A test that
+// also replaces operator new drives both from one count.
+using allocation_hook = bool (*)() noexcept;
+IXTAL_API void set_allocation_hook(allocation_hook hook) noexcept;
 
 // An array whose class ID is any number, valid or not, for testing how
 // builtins treat classes they do not know.
