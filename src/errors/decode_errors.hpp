@@ -19,24 +19,12 @@ struct maps_to {
 };
 
 namespace json = DOVRA::IXTAL::JSON;
-using decode_error_map = std::tuple<
-    maps_to<ixtal_json::InvalidTNSize, json::DecodeInvalidTNSize>,
-    maps_to<ixtal_json::InvalidTNDataType, json::DecodeInvalidTNDataType>,
-    maps_to<ixtal_json::InvalidPropertyType, json::DecodeInvalidPropertyType>,
-    maps_to<ixtal_json::MissingTNSizeOrTNData, json::DecodeMissingTNSizeOrTNData>,
-    maps_to<ixtal_json::MissingTNTypeOrTNSize, json::DecodeMissingTNTypeOrTNSize>,
-    maps_to<ixtal_json::IncompleteComplexData, json::DecodeIncompleteComplexData>,
-    maps_to<ixtal_json::InvalidTNType, json::DecodeInvalidTNType>,
-    maps_to<ixtal_json::InvalidCharArrayTNData, json::DecodeInvalidCharArrayTNData>,
-    maps_to<ixtal_json::NullNotSupported, json::DecodeNullNotSupported>,
-    maps_to<ixtal_json::InvalidArrayElemType, json::DecodeInvalidArrayElemType>,
-    maps_to<ixtal_json::ArrayInconsistentDepths, json::DecodeArrayInconsistentDepths>,
-    maps_to<ixtal_json::ArrayInconsistentSizes, json::DecodeArrayInconsistentSizes>,
-    maps_to<ixtal_json::MismatchedTNSize, json::DecodeMismatchedTNSize>,
-    maps_to<ixtal_json::InvalidFloatingElem, json::DecodeInvalidFloatingElem>,
-    maps_to<ixtal_json::InvalidIntegralElem, json::DecodeInvalidIntegralElem>,
-    maps_to<ixtal_json::InvalidLogicalElem, json::DecodeInvalidLogicalElem>,
-    maps_to<ixtal_json::ArrayInconsistentTypes, json::DecodeArrayInconsistentTypes>>;
+// Every DOVRA_CONVERSION_KEY of the identifier list.
+using decode_error_map = drop_first<void
+#define DOVRA_JSON_KEY(Name, ...)
+#define DOVRA_CONVERSION_KEY(Stem, ...) , maps_to<ixtal_json::Stem, json::Decode##Stem>
+#include "errors/identifiers.def"
+                                    >;
 
 // Raises the public error for e when its class is in the map; returns when
 // it is not.

@@ -5,6 +5,7 @@
 // fixed by the type.
 
 #include <string>
+#include <tuple>
 
 #include "ixtal/errors.hpp"
 
@@ -35,36 +36,14 @@ inline constexpr char kString[] = "IXTAL:string";
 inline constexpr char kSyntactic[] = "IXTAL:checkSyntacticWarnings";
 inline constexpr char kClass[] = "IXTAL:class";
 
+// A list built by an X-macro starts with void so that each entry can begin
+// with a comma; the void is dropped here.
+template <class, class... Entries>
+using drop_first = std::tuple<Entries...>;
+
 #define DOVRA_KEY_NAME(name) inline constexpr char k##name[] = #name
-DOVRA_KEY_NAME(DecodeJsonErrPrefix);
-DOVRA_KEY_NAME(DecodeJsonErrSuffix);
-DOVRA_KEY_NAME(DecodeCharInvalidUnicodeEscape);
-DOVRA_KEY_NAME(DecodeCharInvalidEscape);
-DOVRA_KEY_NAME(DecodeNumberInvalidFractionalComponent);
-DOVRA_KEY_NAME(DecodeNumberInvalidExponent);
-DOVRA_KEY_NAME(DecodeObjectNoColonAfterName);
-DOVRA_KEY_NAME(DecodeIncomplete);
-DOVRA_KEY_NAME(DecodeUnexpectedValue);
-DOVRA_KEY_NAME(DecodeNestingTooDeep);
-DOVRA_KEY_NAME(DecodeInvalidTNSize);
-DOVRA_KEY_NAME(DecodeInvalidTNDataType);
-DOVRA_KEY_NAME(DecodeInvalidPropertyType);
-DOVRA_KEY_NAME(DecodeMissingTNSizeOrTNData);
-DOVRA_KEY_NAME(DecodeMissingTNTypeOrTNSize);
-DOVRA_KEY_NAME(DecodeIncompleteComplexData);
-DOVRA_KEY_NAME(DecodeInvalidTNType);
-DOVRA_KEY_NAME(DecodeInvalidCharArrayTNData);
-DOVRA_KEY_NAME(DecodeNullNotSupported);
-DOVRA_KEY_NAME(DecodeInvalidArrayElemType);
-DOVRA_KEY_NAME(DecodeArrayInconsistentDepths);
-DOVRA_KEY_NAME(DecodeArrayInconsistentSizes);
-DOVRA_KEY_NAME(DecodeArrayInconsistentTypes);
-DOVRA_KEY_NAME(DecodeMismatchedTNSize);
-DOVRA_KEY_NAME(DecodeInvalidFloatingElem);
-DOVRA_KEY_NAME(DecodeInvalidIntegralElem);
-DOVRA_KEY_NAME(DecodeInvalidLogicalElem);
-DOVRA_KEY_NAME(EncodeUnsupportedType);
-DOVRA_KEY_NAME(EncodeNestingTooDeep);
+#define DOVRA_JSON_KEY(Name, ...) DOVRA_KEY_NAME(Name);
+#include "errors/identifiers.def"
 DOVRA_KEY_NAME(MustBeStringScalarOrCharacterVector);
 DOVRA_KEY_NAME(MissingNotSupported);
 DOVRA_KEY_NAME(InvalidArgument);
@@ -75,39 +54,8 @@ DOVRA_KEY_NAME(RequireLogical);
 
 namespace DOVRA::IXTAL::JSON {
 using namespace dovra_errors;
-// Message texts only: the position prefix and the context suffix of a parse error.
-using DecodeJsonErrPrefix = msg_key<kJson, kDecodeJsonErrPrefix, long, long, long>;
-using DecodeJsonErrSuffix = msg_key<kJson, kDecodeJsonErrSuffix, text, text>;
-// Parse errors: the prefix and suffix texts.
-using DecodeCharInvalidUnicodeEscape = msg_key<kJson, kDecodeCharInvalidUnicodeEscape, u16, u16>;
-using DecodeCharInvalidEscape = msg_key<kJson, kDecodeCharInvalidEscape, u16, u16>;
-using DecodeNumberInvalidFractionalComponent = msg_key<kJson, kDecodeNumberInvalidFractionalComponent, u16, u16>;
-using DecodeNumberInvalidExponent = msg_key<kJson, kDecodeNumberInvalidExponent, u16, u16>;
-using DecodeObjectNoColonAfterName = msg_key<kJson, kDecodeObjectNoColonAfterName, u16, u16>;
-using DecodeIncomplete = msg_key<kJson, kDecodeIncomplete, u16, u16>;
-using DecodeUnexpectedValue = msg_key<kJson, kDecodeUnexpectedValue, u16, u16>;
-using DecodeNestingTooDeep = msg_key<kJson, kDecodeNestingTooDeep, u16, u16>;
-// Conversion errors.
-using DecodeInvalidTNSize = msg_key<kJson, kDecodeInvalidTNSize>;
-using DecodeInvalidTNDataType = msg_key<kJson, kDecodeInvalidTNDataType, text, text>;
-using DecodeInvalidPropertyType = msg_key<kJson, kDecodeInvalidPropertyType, text, text>;
-using DecodeMissingTNSizeOrTNData = msg_key<kJson, kDecodeMissingTNSizeOrTNData>;
-using DecodeMissingTNTypeOrTNSize = msg_key<kJson, kDecodeMissingTNTypeOrTNSize>;
-using DecodeIncompleteComplexData = msg_key<kJson, kDecodeIncompleteComplexData>;
-using DecodeInvalidTNType = msg_key<kJson, kDecodeInvalidTNType, text>;
-using DecodeInvalidCharArrayTNData = msg_key<kJson, kDecodeInvalidCharArrayTNData>;
-using DecodeNullNotSupported = msg_key<kJson, kDecodeNullNotSupported>;
-using DecodeInvalidArrayElemType = msg_key<kJson, kDecodeInvalidArrayElemType>;
-using DecodeArrayInconsistentDepths = msg_key<kJson, kDecodeArrayInconsistentDepths>;
-using DecodeArrayInconsistentSizes = msg_key<kJson, kDecodeArrayInconsistentSizes>;
-using DecodeArrayInconsistentTypes = msg_key<kJson, kDecodeArrayInconsistentTypes, text, text>;
-using DecodeMismatchedTNSize = msg_key<kJson, kDecodeMismatchedTNSize>;
-using DecodeInvalidFloatingElem = msg_key<kJson, kDecodeInvalidFloatingElem, text>;
-using DecodeInvalidIntegralElem = msg_key<kJson, kDecodeInvalidIntegralElem, text>;
-using DecodeInvalidLogicalElem = msg_key<kJson, kDecodeInvalidLogicalElem>;
-using EncodeUnsupportedType = msg_key<kJson, kEncodeUnsupportedType, text>;
-// Cell and structure arrays nested deeper than the encoder follows.
-using EncodeNestingTooDeep = msg_key<kJson, kEncodeNestingTooDeep>;
+#define DOVRA_JSON_KEY(Name, ...) using Name = msg_key<kJson, k##Name __VA_OPT__(, ) __VA_ARGS__>;
+#include "errors/identifiers.def"
 }  // namespace DOVRA::IXTAL::JSON
 
 namespace IXTAL::string {
@@ -128,3 +76,15 @@ using key_InvalidArgument =
                           dovra_errors::fixed11>;
 using key_RequireLogical = dovra_errors::msg_key<dovra_errors::kClass, dovra_errors::kRequireLogical>;
 }  // namespace component_IXTAL::catalog_class
+
+namespace dovra_errors {
+// Every key type the library raises, for the tests that hold the list
+// against the runtime's catalog.
+using all_keys = drop_first<void
+#define DOVRA_JSON_KEY(Name, ...) , DOVRA::IXTAL::JSON::Name
+#include "errors/identifiers.def"
+                            , IXTAL::string::MustBeStringScalarOrCharacterVector, IXTAL::string::MissingNotSupported,
+                            IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector,
+                            component_IXTAL::catalog_class::key_InvalidArgument,
+                            component_IXTAL::catalog_class::key_RequireLogical>;
+}  // namespace dovra_errors
