@@ -1,12 +1,13 @@
 #include "input.hpp"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-
-#include "ixtal/text.hpp"
+#include <new>
 
 namespace dovra_cli {
 namespace {
@@ -27,7 +28,27 @@ std::string read_all(int fd, const std::string& name) {
   }
 }
 
+// The whole of a non-empty regular file, mapped read-only; null when the
+// file is something else (a pipe, a device, an empty file) or cannot be
+// mapped for a reason other than memory.
+void* map_file(int fd, std::size_t& size) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0) return nullptr;
+  size = std::size_t(st.st_size);
+  void* p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  if (p == MAP_FAILED) {
+    if (errno == ENOMEM) throw std::bad_alloc();
+    return nullptr;
+  }
+  ::madvise(p, size, MADV_SEQUENTIAL);
+  return p;
+}
+
 }  // namespace
+
+Input::~Input() {
+  if (map_) ::munmap(map_, map_size_);
+}
 
 std::string_view without_final_line_ending(std::string_view bytes) {
   if (bytes.ends_with("\r\n")) bytes.remove_suffix(2);
@@ -35,30 +56,28 @@ std::string_view without_final_line_ending(std::string_view bytes) {
   return bytes;
 }
 
-std::string read_input(const Options& options) {
-  if (options.text) return *options.text;
-  std::string bytes;
+void read_input(const Options& options, Input& in) {
+  if (options.text) {
+    in.bytes_ = *options.text;  // --text keeps its final line ending
+    return;
+  }
   if (!options.file || *options.file == "-") {
-    bytes = read_all(STDIN_FILENO, "standard input");
+    in.owned_ = read_all(STDIN_FILENO, "standard input");
   } else {
     const std::string name = "'" + *options.file + "'";
     const int fd = ::open(options.file->c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw UsageError("cannot open " + name + ": " + std::strerror(errno));
     try {
-      bytes = read_all(fd, name);
+      in.map_ = map_file(fd, in.map_size_);
+      if (!in.map_) in.owned_ = read_all(fd, name);
     } catch (...) {
       ::close(fd);
       throw;
     }
     ::close(fd);
   }
-  bytes.resize(without_final_line_ending(bytes).size());
-  return bytes;
-}
-
-matrix::owned_array host_text(std::string_view utf8) {
-  // ixCreateString stops at the first NUL; a NUL byte is text like any other.
-  return matrix::owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8)));
+  in.bytes_ = in.map_ ? std::string_view(static_cast<const char*>(in.map_), in.map_size_) : std::string_view(in.owned_);
+  in.bytes_ = without_final_line_ending(in.bytes_);
 }
 
 }  // namespace dovra_cli

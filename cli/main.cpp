@@ -1,9 +1,15 @@
 // dovra-json: a host on the command line. It loads the builtins library the
-// way any host does and calls only what the library publishes: the two table
-// entries and dovra.json.decode.
+// way any host does, through the runtime's host kit, and calls only what the
+// library publishes: the two table entries and dovra.json.decode.
 
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
-#include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -11,8 +17,7 @@
 #include "error_output.hpp"
 #include "input.hpp"
 #include "ixtal/errors.hpp"
-#include "ixtal/host.hpp"
-#include "ixtal/text.hpp"
+#include "ixtal/json_host.hpp"
 #include "options.hpp"
 
 namespace dovra_cli {
@@ -21,28 +26,59 @@ namespace {
 constexpr int kExitError = 1;
 constexpr int kExitUsage = 2;
 
-// Raised when the library cannot be loaded; reported like a host error so
-// that scripts reading --error-format json always get their one line.
-constexpr const char* kLoadFailedId = "dovra-json:CannotLoadLibrary";
+// What the command writes to standard output, held until the whole command
+// has succeeded, so that a failure leaves standard output empty.
+struct Output {
+  std::string text;              // encode: the JSON text
+  std::ostringstream shown;      // decode: the display
+  bool is_text = false;
+};
 
-std::unique_ptr<ixtal::BuiltinLibrary> load(const std::string& path) {
-  return std::make_unique<ixtal::BuiltinLibrary>(
-      path, "dovra_json_builtins", std::vector<std::string>{ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
+void produce(const Options& o, std::string_view bytes, Output& out) {
+  matrix::owned_array value = [&] {
+    const matrix::owned_array text = ixtal::json_host::text(bytes);
+    return o.lhs ? ixtal::json_host::decode_response(text.get()) : ixtal::json_host::decode(text.get());
+  }();
+  if (o.command == Command::encode) {
+    out.is_text = true;
+    out.text = ixtal::json_host::encode(value.get(), {o.format, o.nan_inf, o.pretty});
+    return;
+  }
+  display(out.shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
+  // A string stream that cannot grow sets badbit instead of throwing.
+  if (!out.shown) throw std::bad_alloc();
 }
 
-matrix::owned_array decode(const Options& o, const std::string& bytes) {
-  const matrix::owned_array text = host_text(bytes);
-  auto results = ixtal::call(o.lhs ? ixtal::kJsonDecodeResponseName : ixtal::kJsonDecodeName, 1, {text.get()});
-  return std::move(results.at(0));
+// Writes the body and its ending to standard output as they are, with no
+// copy into a stream's buffer; false with errno set when the output refuses.
+bool write_all(std::string_view body, std::string_view ending) {
+  while (!body.empty() || !ending.empty()) {
+    iovec pieces[2] = {{const_cast<char*>(body.data()), body.size()},
+                       {const_cast<char*>(ending.data()), ending.size()}};
+    const ssize_t n = ::writev(STDOUT_FILENO, pieces, 2);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    const std::size_t from_body = std::min(std::size_t(n), body.size());
+    body.remove_prefix(from_body);
+    ending.remove_prefix(std::size_t(n) - from_body);
+  }
+  return true;
 }
 
-std::string encode(const Options& o, const ixArray* value) {
-  const matrix::owned_array format(ixCreateString(o.format.c_str()));
-  const matrix::owned_array nan_inf(ixCreateString(o.nan_inf.c_str()));
-  const matrix::owned_array pretty(ixCreateLogicalScalar(o.pretty));
-  auto results = ixtal::call(ixtal::kJsonEncodeName, 1, {value, format.get(), nan_inf.get(), pretty.get()});
-  fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
-  return matrix::get_string(results.at(0).get(), to_utf8);
+// A write error is the output's fault, not the document's: one line naming
+// the output and the reason.
+int write_output(const Options& o, const Output& out) {
+  const bool written = out.is_text ? write_all(out.text, "\n") : write_all(out.shown.view(), "");
+  if (written) return 0;
+  const std::string reason = std::strerror(errno);
+  if (o.error_format == ErrorFormat::json)
+    write_error_json(std::cerr, {"dovra-json:CannotWriteOutput", {std::string("standard output"), reason},
+                                 "cannot write standard output: " + reason});
+  else
+    std::cerr << "dovra-json: cannot write standard output: " << reason << "\n";
+  return kExitError;
 }
 
 int run(const Options& o) {
@@ -50,43 +86,28 @@ int run(const Options& o) {
     std::cout << kHelp;
     return 0;
   }
-  const std::string path = ixtal::default_json_builtins_path();
-  std::string bytes;
-  if (o.command != Command::version) bytes = read_input(o);  // before loading: a usage error costs nothing
-
-  std::unique_ptr<ixtal::BuiltinLibrary> library;
+  // The one place where a host error, or an allocation that failed in any
+  // step of the command (reading, the host text, the conversions, the
+  // display), becomes the report; the command's steps themselves never catch.
   try {
-    library = load(path);
-  } catch (const std::exception& e) {
-    write_error(std::cerr, {kLoadFailedId, {path, std::string(e.what())}, "cannot load the builtins library " + path + ": " + e.what()},
-                o.error_format);
-    return kExitError;
-  }
-
-  if (o.command == Command::version) {
-    std::cout << "dovra-json " << DOVRA_VERSION << "\n"
-              << "library dovra_json_builtins " << library->table().identifier << "\n"
-              << "loaded from " << path << "\n";
-    return 0;
-  }
-
-  // Everything goes to a buffer first: a failure leaves standard output empty.
-  std::string output;
-  try {
-    matrix::owned_array value = decode(o, bytes);
-    if (o.command == Command::encode) {
-      output = encode(o, value.get()) + "\n";
-    } else {
-      std::ostringstream shown;
-      display(shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
-      output = shown.str();
+    Input input;
+    if (o.command != Command::version) read_input(o, input);  // before loading: a usage error costs nothing
+    const ixtal::BuiltinLibrary& library = ixtal::json_host::load();
+    if (o.command == Command::version) {
+      std::cout << "dovra-json " << DOVRA_VERSION << "\n"
+                << "library dovra_json_builtins " << library.table().identifier << "\n"
+                << "loaded from " << library.path() << "\n";
+      return 0;
     }
+    Output out;
+    produce(o, input.bytes(), out);
+    return write_output(o, out);
   } catch (const ixtal::HostError& e) {
     write_error(std::cerr, Failure::from(e), o.error_format);
-    return kExitError;
+  } catch (const std::bad_alloc&) {
+    write_error(std::cerr, Failure::from(ixtal::json_host::nomem()), o.error_format);
   }
-  std::cout << output << std::flush;
-  return std::cout ? 0 : kExitError;
+  return kExitError;
 }
 
 }  // namespace

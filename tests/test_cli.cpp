@@ -164,7 +164,7 @@ TEST(CliUsage, HelpVersionAndAMissingLibrary) {
   const Result r = dovra({"decode", "--error-format", "json", "--text", "1"});
   unsetenv("DOVRA_JSON_BUILTINS");
   EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(r.err.starts_with("{\"identifier\":\"dovra-json:CannotLoadLibrary\",\"arguments\":[\"" + bogus + "\",")) << r.err;
+  EXPECT_TRUE(r.err.starts_with("{\"identifier\":\"IXTAL:CannotLoadLibrary\",\"arguments\":[\"" + bogus + "\",")) << r.err;
 }
 
 // --- input --------------------------------------------------------------------
