@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace dovra_cli {
 namespace {
@@ -46,8 +47,12 @@ void* map_file(int fd, std::size_t& size) {
 
 }  // namespace
 
-Input::~Input() {
-  if (map_) ::munmap(map_, map_size_);
+Input::~Input() { release(); }
+
+void Input::release() noexcept {
+  if (map_) ::munmap(std::exchange(map_, nullptr), map_size_);
+  std::string().swap(owned_);
+  bytes_ = {};
 }
 
 std::string_view without_final_line_ending(std::string_view bytes) {

@@ -21,6 +21,9 @@ class Input {
   ~Input();
 
   std::string_view bytes() const noexcept { return bytes_; }
+  // Gives the memory back once the bytes have been converted: a large
+  // document is then never held as bytes, host text and tree at once.
+  void release() noexcept;
 
  private:
   friend void read_input(const Options& options, Input& in);

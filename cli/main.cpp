@@ -34,14 +34,17 @@ struct Output {
   bool is_text = false;
 };
 
-void produce(const Options& o, std::string_view bytes, Output& out) {
+void produce(const Options& o, Input& input, Output& out) {
   matrix::owned_array value = [&] {
-    const matrix::owned_array text = ixtal::json_host::text(bytes);
+    const matrix::owned_array text = ixtal::json_host::text(input.bytes());
+    input.release();
     return o.lhs ? ixtal::json_host::decode_response(text.get()) : ixtal::json_host::decode(text.get());
   }();
   if (o.command == Command::encode) {
     out.is_text = true;
-    out.text = ixtal::json_host::encode(value.get(), {o.format, o.nan_inf, o.pretty});
+    const matrix::owned_array chars = ixtal::json_host::encode_chars(value.get(), {o.format, o.nan_inf, o.pretty});
+    value.reset();
+    out.text = ixtal::json_host::utf8(chars.get());
     return;
   }
   display(out.shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
@@ -100,7 +103,7 @@ int run(const Options& o) {
       return 0;
     }
     Output out;
-    produce(o, input.bytes(), out);
+    produce(o, input, out);
     return write_output(o, out);
   } catch (const ixtal::HostError& e) {
     write_error(std::cerr, Failure::from(e), o.error_format);

@@ -74,8 +74,9 @@ const BuiltinLibrary& load() {
 }
 
 matrix::owned_array text(std::string_view utf8) {
-  // Not ixCreateString: it stops at the first NUL, and NUL is text here.
-  return matrix::owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8)));
+  // Converted straight into the row: a large document is not held a second
+  // time as a UTF-16 string. (Not ixCreateString: it stops at a NUL.)
+  return matrix::owned_array(ixCreateStringFromUtf8(utf8));
 }
 
 std::string utf8(const ixArray* chars) {
