@@ -12,6 +12,7 @@
 #include <variant>
 
 #include "ixtal/host.hpp"
+#include "ixtal/json_host.hpp"
 #include "ixtal/text.hpp"
 
 namespace dovra_bench {
@@ -258,11 +259,9 @@ std::string shape_text(const ixArray* a) {
 
 const Builtins& builtins() {
   static const Builtins b = [] {
-    const char* env = std::getenv("DOVRA_JSON_BUILTINS");
-    // Kept for the life of the process: the package function stays
-    // registered, and the host never unloads a library in use.
-    static ixtal::BuiltinLibrary lib(env && *env ? env : DOVRA_JSON_BUILTINS_PATH, "dovra_json_builtins",
-                                     {ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
+    // The host kit honours DOVRA_JSON_BUILTINS, else takes the library
+    // beside libixtal: the build tree's own.
+    const ixtal::BuiltinLibrary& lib = ixtal::json_host::load();
     Builtins out;
     out.encode = lib.entry(0);
     out.decode_response = lib.entry(1);
@@ -285,17 +284,11 @@ matrix::owned_array call(BuiltinFunction fn, std::initializer_list<const ixArray
   return matrix::owned_array(plhs[0]);
 }
 
-matrix::owned_array host_text(std::string_view utf8) {
-  const std::u16string units = fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8);
-  return matrix::owned_array(ixCreateStringFromUtf16(units));
-}
+matrix::owned_array host_text(std::string_view utf8) { return ixtal::json_host::text(utf8); }
 
 std::string utf8_of(const ixArray* chars) {
   if (ixGetClassID(chars) != ixCHAR_CLASS) throw std::runtime_error("not a char array: " + shape_text(chars));
-  std::string out;
-  fl::i18n::codecvt_ustring_to_string("UTF-8").convert(static_cast<const char16_t*>(ixGetData(chars)),
-                                                       ixGetNumberOfElements(chars), out);
-  return out;
+  return ixtal::json_host::utf8(chars);
 }
 
 std::string difference(const ixArray* got, const ixArray* want) {

@@ -10,8 +10,6 @@
 #include <new>
 #include <utility>
 
-#include "ixtal/text.hpp"
-
 namespace dovra_cli {
 namespace {
 
@@ -31,7 +29,31 @@ std::string read_all(int fd, const std::string& name) {
   }
 }
 
+// The whole of a non-empty regular file, mapped read-only; null when the
+// file is something else (a pipe, a device, an empty file) or cannot be
+// mapped for a reason other than memory.
+void* map_file(int fd, std::size_t& size) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0) return nullptr;
+  size = std::size_t(st.st_size);
+  void* p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  if (p == MAP_FAILED) {
+    if (errno == ENOMEM) throw std::bad_alloc();
+    return nullptr;
+  }
+  ::madvise(p, size, MADV_SEQUENTIAL);
+  return p;
+}
+
 }  // namespace
+
+Input::~Input() { release(); }
+
+void Input::release() noexcept {
+  if (map_) ::munmap(std::exchange(map_, nullptr), map_size_);
+  std::string().swap(owned_);
+  bytes_ = {};
+}
 
 std::string_view without_final_line_ending(std::string_view bytes) {
   if (bytes.ends_with("\r\n")) bytes.remove_suffix(2);
@@ -39,63 +61,28 @@ std::string_view without_final_line_ending(std::string_view bytes) {
   return bytes;
 }
 
-Input& Input::operator=(Input&& other) noexcept {
-  if (this == &other) return *this;
-  release();
-  const bool owned = other.bytes_.data() == other.owned_.data();
-  owned_ = std::move(other.owned_);
-  mapping_ = std::exchange(other.mapping_, nullptr);
-  length_ = std::exchange(other.length_, 0);
-  bytes_ = owned ? std::string_view(owned_).substr(0, other.bytes_.size()) : other.bytes_;
-  other.bytes_ = {};
-  return *this;
-}
-
-void Input::release() noexcept {
-  if (mapping_) ::munmap(const_cast<void*>(mapping_), length_);
-  mapping_ = nullptr;
-  std::string().swap(owned_);
-  bytes_ = {};
-}
-
-Input read_input(const Options& options) {
-  if (options.text) return Input(*options.text);
+void read_input(const Options& options, Input& in) {
+  if (options.text) {
+    in.bytes_ = *options.text;  // --text keeps its final line ending
+    return;
+  }
   if (!options.file || *options.file == "-") {
-    std::string bytes = read_all(STDIN_FILENO, "standard input");
-    bytes.resize(without_final_line_ending(bytes).size());
-    return Input(std::move(bytes));
-  }
-  const std::string name = "'" + *options.file + "'";
-  const int fd = ::open(options.file->c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) throw UsageError("cannot open " + name + ": " + std::strerror(errno));
-  struct stat st {};
-  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
-    const std::size_t length = std::size_t(st.st_size);
-    void* mapping = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
-    ::close(fd);
-    if (mapping == MAP_FAILED) {
-      if (errno == ENOMEM) throw std::bad_alloc();
-      throw UsageError("cannot read " + name + ": " + std::strerror(errno));
+    in.owned_ = read_all(STDIN_FILENO, "standard input");
+  } else {
+    const std::string name = "'" + *options.file + "'";
+    const int fd = ::open(options.file->c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw UsageError("cannot open " + name + ": " + std::strerror(errno));
+    try {
+      in.map_ = map_file(fd, in.map_size_);
+      if (!in.map_) in.owned_ = read_all(fd, name);
+    } catch (...) {
+      ::close(fd);
+      throw;
     }
-    const std::string_view all(static_cast<const char*>(mapping), length);
-    return Input(mapping, length, without_final_line_ending(all));
-  }
-  // Pipes, devices and files that claim no size are read to their end.
-  std::string bytes;
-  try {
-    bytes = read_all(fd, name);
-  } catch (...) {
     ::close(fd);
-    throw;
   }
-  ::close(fd);
-  bytes.resize(without_final_line_ending(bytes).size());
-  return Input(std::move(bytes));
-}
-
-matrix::owned_array host_text(std::string_view utf8) {
-  // ixCreateString stops at the first NUL; a NUL byte is text like any other.
-  return matrix::owned_array(ixCreateStringFromUtf8(utf8));
+  in.bytes_ = in.map_ ? std::string_view(static_cast<const char*>(in.map_), in.map_size_) : std::string_view(in.owned_);
+  in.bytes_ = without_final_line_ending(in.bytes_);
 }
 
 }  // namespace dovra_cli

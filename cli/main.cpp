@@ -1,23 +1,23 @@
 // dovra-json: a host on the command line. It loads the builtins library the
-// way any host does and calls only what the library publishes: the two table
-// entries and dovra.json.decode.
+// way any host does, through the runtime's host kit, and calls only what the
+// library publishes: the two table entries and dovra.json.decode.
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <memory>
+#include <new>
 #include <sstream>
 #include <string>
-#include <string_view>
 
 #include "display.hpp"
 #include "error_output.hpp"
 #include "input.hpp"
 #include "ixtal/errors.hpp"
-#include "ixtal/host.hpp"
+#include "ixtal/json_host.hpp"
 #include "ixtal/text.hpp"
 #include "options.hpp"
 
@@ -27,65 +27,77 @@ namespace {
 constexpr int kExitError = 1;
 constexpr int kExitUsage = 2;
 
-// Raised when the library cannot be loaded; reported like a host error so
-// that scripts reading --error-format json always get their one line.
-constexpr const char* kLoadFailedId = "dovra-json:CannotLoadLibrary";
-
-std::unique_ptr<ixtal::BuiltinLibrary> load(const std::string& path) {
-  return std::make_unique<ixtal::BuiltinLibrary>(
-      path, "dovra_json_builtins", std::vector<std::string>{ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
-}
-
-// Takes the input: it is released once the host text holds its bytes, so
-// the two do not both live through the call.
-matrix::owned_array decode(const Options& o, Input input) {
-  const matrix::owned_array text = host_text(input.bytes());
-  input.release();
-  auto results = ixtal::call(o.lhs ? ixtal::kJsonDecodeResponseName : ixtal::kJsonDecodeName, 1, {text.get()});
-  return std::move(results.at(0));
-}
-
-matrix::owned_array encode(const Options& o, const ixArray* value) {
-  const matrix::owned_array format(ixCreateString(o.format.c_str()));
-  const matrix::owned_array nan_inf(ixCreateString(o.nan_inf.c_str()));
-  const matrix::owned_array pretty(ixCreateLogicalScalar(o.pretty));
-  auto results = ixtal::call(ixtal::kJsonEncodeName, 1, {value, format.get(), nan_inf.get(), pretty.get()});
-  return std::move(results.at(0));
-}
-
-// Standard output refused the text: a full disk, a closed pipe with SIGPIPE
-// ignored, a revoked terminal.
-struct WriteError {
-  int error;
+// What the command writes to standard output, held until the whole command
+// has succeeded, so that a failure leaves standard output empty.
+struct Output {
+  matrix::owned_array chars;  // encode: the JSON text as the builtin returned it
+  std::ostringstream shown;   // decode: the display
 };
 
-void write_all(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) throw WriteError{n < 0 ? errno : EIO};
-    bytes.remove_prefix(std::size_t(n));
+void produce(const Options& o, Input& input, Output& out) {
+  matrix::owned_array value = [&] {
+    const matrix::owned_array text = ixtal::json_host::text(input.bytes());
+    input.release();
+    return o.lhs ? ixtal::json_host::decode_response(text.get()) : ixtal::json_host::decode(text.get());
+  }();
+  if (o.command == Command::encode) {
+    out.chars = ixtal::json_host::encode_chars(value.get(), {o.format, o.nan_inf, o.pretty});
+    return;
   }
+  display(out.shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
+  // A string stream that cannot grow sets badbit instead of throwing.
+  if (!out.shown) throw std::bad_alloc();
 }
 
-// Writes an encoded char row as UTF-8 through one small buffer: a second
-// copy of a text of tens of megabytes would cost as much memory as the row.
-void write_row(const ixArray* row) {
+// Writes the body and its ending to standard output as they are, with no
+// copy into a stream's buffer; false with errno set when the output refuses.
+bool write_all(std::string_view body, std::string_view ending) {
+  while (!body.empty() || !ending.empty()) {
+    iovec pieces[2] = {{const_cast<char*>(body.data()), body.size()},
+                       {const_cast<char*>(ending.data()), ending.size()}};
+    const ssize_t n = ::writev(STDOUT_FILENO, pieces, 2);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    const std::size_t from_body = std::min(std::size_t(n), body.size());
+    body.remove_prefix(from_body);
+    ending.remove_prefix(std::size_t(n) - from_body);
+  }
+  return true;
+}
+
+// Writes an encoded char row as UTF-8 through one small buffer: a UTF-8 copy
+// of a text of tens of megabytes would cost as much memory as the row.
+bool write_row(const ixArray* row) {
   const matrix::typed_array<char16_t> units(row);
   const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
   constexpr std::size_t kChunk = 1 << 14;
-  std::unique_ptr<char[]> buffer(new char[3 * kChunk + 1]);
+  char buffer[3 * kChunk];
   std::size_t at = 0;
-  while (at < units.size()) {
+  do {
     std::size_t n = std::min(kChunk, units.size() - at);
     // A surrogate pair is never cut in two: each half alone is ill-formed.
     if (at + n < units.size() && (units.data()[at + n - 1] & 0xFC00) == 0xD800) --n;
-    std::size_t bytes = to_utf8.convert_bounded(units.data() + at, n, buffer.get());
+    const std::size_t bytes = to_utf8.convert_bounded(units.data() + at, n, buffer);
     at += n;
-    if (at == units.size()) buffer[bytes++] = '\n';
-    write_all(std::string_view(buffer.get(), bytes));
-  }
-  if (units.size() == 0) write_all("\n");
+    if (!write_all(std::string_view(buffer, bytes), at == units.size() ? "\n" : "")) return false;
+  } while (at < units.size());
+  return true;
+}
+
+// A write error is the output's fault, not the document's: one line naming
+// the output and the reason.
+int write_output(const Options& o, const Output& out) {
+  const bool written = out.chars ? write_row(out.chars.get()) : write_all(out.shown.view(), "");
+  if (written) return 0;
+  const std::string reason = std::strerror(errno);
+  if (o.error_format == ErrorFormat::json)
+    write_error_json(std::cerr, {"dovra-json:CannotWriteOutput", {std::string("standard output"), reason},
+                                 "cannot write standard output: " + reason});
+  else
+    std::cerr << "dovra-json: cannot write standard output: " << reason << "\n";
+  return kExitError;
 }
 
 int run(const Options& o) {
@@ -93,51 +105,28 @@ int run(const Options& o) {
     std::cout << kHelp;
     return 0;
   }
-  const std::string path = ixtal::default_json_builtins_path();
-  Input input;
-  if (o.command != Command::version) input = read_input(o);  // before loading: a usage error costs nothing
-
-  std::unique_ptr<ixtal::BuiltinLibrary> library;
+  // The one place where a host error, or an allocation that failed in any
+  // step of the command (reading, the host text, the conversions, the
+  // display), becomes the report; the command's steps themselves never catch.
   try {
-    library = load(path);
-  } catch (const std::exception& e) {
-    write_error(std::cerr, {kLoadFailedId, {path, std::string(e.what())}, "cannot load the builtins library " + path + ": " + e.what()},
-                o.error_format);
-    return kExitError;
-  }
-
-  if (o.command == Command::version) {
-    std::cout << "dovra-json " << DOVRA_VERSION << "\n"
-              << "library dovra_json_builtins " << library->table().identifier << "\n"
-              << "loaded from " << path << "\n";
-    return 0;
-  }
-
-  // Everything is made before the first byte is written: a failure leaves
-  // standard output empty.
-  matrix::owned_array encoded;
-  std::string shown_text;
-  try {
-    matrix::owned_array value = decode(o, std::move(input));
-    if (o.command == Command::encode) {
-      encoded = encode(o, value.get());
-    } else {
-      std::ostringstream shown;
-      display(shown, value.get(), o.full ? DisplayLimits::unlimited() : DisplayLimits{});
-      shown_text = shown.str();
+    Input input;
+    if (o.command != Command::version) read_input(o, input);  // before loading: a usage error costs nothing
+    const ixtal::BuiltinLibrary& library = ixtal::json_host::load();
+    if (o.command == Command::version) {
+      std::cout << "dovra-json " << DOVRA_VERSION << "\n"
+                << "library dovra_json_builtins " << library.table().identifier << "\n"
+                << "loaded from " << library.path() << "\n";
+      return 0;
     }
+    Output out;
+    produce(o, input, out);
+    return write_output(o, out);
   } catch (const ixtal::HostError& e) {
     write_error(std::cerr, Failure::from(e), o.error_format);
-    return kExitError;
+  } catch (const std::bad_alloc&) {
+    write_error(std::cerr, Failure::from(ixtal::json_host::nomem()), o.error_format);
   }
-  try {
-    if (encoded) write_row(encoded.get());
-    else write_all(shown_text);
-  } catch (const WriteError& e) {
-    std::cerr << "dovra-json: cannot write standard output: " << std::strerror(e.error) << "\n";
-    return kExitError;
-  }
-  return 0;
+  return kExitError;
 }
 
 }  // namespace
@@ -146,20 +135,13 @@ int run(const Options& o) {
 int main(int argc, char** argv) {
   using namespace dovra_cli;
   std::ios::sync_with_stdio(false);
-  // Running out of memory can happen in any step, the command's own as well
-  // as the builtins': reading the input, making the host text, showing the
-  // result. Every such failure ends here, as the host's own error.
-  ErrorFormat format = ErrorFormat::text;
   try {
-    const Options options = parse_arguments(argc, argv);
-    format = options.error_format;
-    return run(options);
+    return run(parse_arguments(argc, argv));
   } catch (const UsageError& e) {
     std::cerr << "dovra-json: " << e.what() << "\n" << kUsage;
     return kExitUsage;
-  } catch (const std::bad_alloc&) {
-    const resource_core::BaseMsgID nomem("IXTAL", "nomem");
-    write_error(std::cerr, {nomem.id(), {}, ixtal::format_message(nomem)}, format);
+  } catch (const std::bad_alloc&) {  // while reading the arguments
+    write_error(std::cerr, Failure::from(ixtal::json_host::nomem()), ErrorFormat::text);
     return kExitError;
   }
 }

@@ -10,14 +10,13 @@
 #include "entry/builtins.hpp"
 #include "ixtal/errors.hpp"
 #include "ixtal/host.hpp"
+#include "ixtal/json_host.hpp"
 #include "ixtal/testing.hpp"
-#include "ixtal/text.hpp"
 
 namespace dovra_fuzz {
 
 inline matrix::owned_array host_text(const std::uint8_t* data, std::size_t size) {
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  return matrix::owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(bytes)));
+  return ixtal::json_host::text(std::string_view(reinterpret_cast<const char*>(data), size));
 }
 
 // Calls fn; a host error is a fine answer, anything else escapes and

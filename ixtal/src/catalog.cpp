@@ -23,6 +23,7 @@ const std::vector<Entry>& table() {
         {"IXTAL:nomem", "Out of memory: the array is too large, or the host has no memory left."},
         {"IXTAL:UndefinedFunction", "Undefined function \"{0}\"."},
         {"IXTAL:UnexpectedException", "The builtin failed unexpectedly: {0}"},
+        {"IXTAL:CannotLoadLibrary", "Cannot load the builtins library (tried {0}): {1}"},
         {"IXTAL:string:MustBeStringScalarOrCharacterVector", "The argument must be a string scalar or a character vector."},
         {"IXTAL:string:MissingNotSupported", "A missing string is not supported here."},
         {"IXTAL:checkSyntacticWarnings:MustBeStringScalarOrCharacterVector",

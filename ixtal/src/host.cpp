@@ -2,15 +2,13 @@
 
 #include <dlfcn.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
-#include <unistd.h>
 
 #include "ixtal/errors.hpp"
+#include "ixtal/json_host.hpp"
 
 namespace ixtal {
 namespace {
@@ -92,7 +90,7 @@ std::vector<matrix::owned_array> call(std::string_view name, int nlhs, const std
 
 BuiltinLibrary::BuiltinLibrary(const std::string& path, const std::string& library_name,
                                const std::vector<std::string>& host_names)
-    : names_(host_names) {
+    : names_(host_names), path_(path) {
   handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle_) throw std::runtime_error(std::string("cannot load builtin library: ") + dlerror());
   auto resolve = [&](const std::string& prefix) {
@@ -131,17 +129,6 @@ BuiltinFunction BuiltinLibrary::entry(std::size_t i) const {
   return table_->functions[i];
 }
 
-std::string default_json_builtins_path() {
-  if (const char* env = std::getenv("DOVRA_JSON_BUILTINS"); env && *env) return env;
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (!ec) {
-    for (auto dir : {exe.parent_path() / ".." / "lib", exe.parent_path() / ".." / CMAKE_INSTALL_LIBDIR_HINT}) {
-      auto candidate = dir / "libdovra_json_builtins.so";
-      if (std::filesystem::exists(candidate, ec)) return std::filesystem::weakly_canonical(candidate, ec).string();
-    }
-  }
-  return "libdovra_json_builtins.so";
-}
+std::string default_json_builtins_path() { return json_host::candidate_paths().front(); }
 
 }  // namespace ixtal

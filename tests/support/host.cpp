@@ -11,50 +11,23 @@
 
 namespace dovra_test {
 
-ixtal::BuiltinLibrary& library() {
-  static ixtal::BuiltinLibrary lib(DOVRA_JSON_BUILTINS_PATH, "dovra_json_builtins",
-                                   {ixtal::kJsonEncodeName, ixtal::kJsonDecodeResponseName});
-  return lib;
-}
+// Everything a host does goes through the runtime's host kit, so the tests
+// exercise the same loading and conversions as every other host.
+const ixtal::BuiltinLibrary& library() { return ixtal::json_host::load(); }
 
-owned_array text(std::string_view utf8) {
-  return owned_array(ixCreateStringFromUtf16(fl::i18n::codecvt_string_to_ustring("UTF-8")(utf8)));
-}
-
-std::string utf8_of(const ixArray* chars) {
-  fl::i18n::codecvt_ustring_to_string cvt("UTF-8");
-  return matrix::get_string(chars, cvt);
-}
+owned_array text(std::string_view utf8) { return ixtal::json_host::text(utf8); }
+std::string utf8_of(const ixArray* chars) { return ixtal::json_host::utf8(chars); }
 
 std::vector<owned_array> call(std::string_view name, int nlhs, const std::vector<const ixArray*>& args) {
   library();
   return ixtal::call(name, nlhs, args);
 }
 
-namespace {
-owned_array one_result(std::string_view name, const std::vector<const ixArray*>& args) {
-  auto out = call(name, 1, args);
-  if (out.size() != 1) throw std::runtime_error("expected one result from " + std::string(name));
-  return std::move(out[0]);
-}
-}  // namespace
-
-owned_array decode(std::string_view json) {
-  auto t = text(json);
-  return one_result(ixtal::kJsonDecodeName, {t.get()});
-}
-
-owned_array decode_response(std::string_view json) {
-  auto t = text(json);
-  return one_result(ixtal::kJsonDecodeResponseName, {t.get()});
-}
+owned_array decode(std::string_view json) { return ixtal::json_host::decode(json); }
+owned_array decode_response(std::string_view json) { return ixtal::json_host::decode_response(json); }
 
 std::string encode(const ixArray* a, std::string_view format, std::string_view nan_inf, bool pretty) {
-  auto f = text(format);
-  auto n = text(nan_inf);
-  owned_array p(ixCreateLogicalScalar(pretty));
-  auto r = one_result(ixtal::kJsonEncodeName, {a, f.get(), n.get(), p.get()});
-  return utf8_of(r.get());
+  return ixtal::json_host::encode(a, {format, nan_inf, pretty});
 }
 
 std::optional<HostFailure> failure_of(const std::function<void()>& f) {

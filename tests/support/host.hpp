@@ -16,6 +16,7 @@
 #include "ixtal/array.hpp"
 #include "ixtal/errors.hpp"
 #include "ixtal/host.hpp"
+#include "ixtal/json_host.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace dovra_test {
@@ -23,7 +24,7 @@ namespace dovra_test {
 using matrix::owned_array;
 
 // Loads the library once per process and publishes its entries.
-ixtal::BuiltinLibrary& library();
+const ixtal::BuiltinLibrary& library();
 
 // A char row holding the UTF-16 form of a UTF-8 text (0-by-0 when empty).
 owned_array text(std::string_view utf8);

@@ -45,12 +45,14 @@ class IXTAL_API BuiltinLibrary {
   const BuiltinFunctionTable& table() const noexcept { return *table_; }
   BuiltinFunction entry(std::size_t i) const;
   const std::vector<std::string>& host_names() const noexcept { return names_; }
+  const std::string& path() const noexcept { return path_; }
 
  private:
   void* handle_ = nullptr;
   const BuiltinFunctionTable* table_ = nullptr;
   void (*terminate_)() = nullptr;
   std::vector<std::string> names_;
+  std::string path_;
 };
 
 // The host names under which the JSON builtins' table entries are published.
@@ -58,8 +60,8 @@ inline constexpr const char* kJsonEncodeName = "dovra_json_encode";
 inline constexpr const char* kJsonDecodeResponseName = "dovra_json_decode_response";
 inline constexpr const char* kJsonDecodeName = "dovra.json.decode";
 
-// Loads libdovra_json_builtins: from the path in DOVRA_JSON_BUILTINS if set,
-// else from next to the running executable's ../lib, else by soname.
+// The first place the host kit (ixtal/json_host.hpp) looks for
+// libdovra_json_builtins: DOVRA_JSON_BUILTINS if set, else beside libixtal.
 IXTAL_API std::string default_json_builtins_path();
 
 }  // namespace ixtal
