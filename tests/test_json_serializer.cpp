@@ -15,7 +15,7 @@
 #include <string>
 
 #include "foundation/json/serializer.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 namespace {
 

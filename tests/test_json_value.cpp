@@ -7,7 +7,7 @@
 #include <string>
 
 #include "foundation/json/value.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 namespace {
 

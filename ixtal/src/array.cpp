@@ -9,16 +9,15 @@
 #include <new>
 #include <stdexcept>
 
+#include "array_record.hpp"
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
-#include "ixtal/string_array.hpp"
-#include "ixtal/testing.hpp"
 #include "ixtal/text.hpp"
 
-namespace {
+using ixtal::detail::g_fail_after;
+using ixtal::detail::g_live;
 
-std::atomic<std::int64_t> g_live{0};
-std::atomic<std::int64_t> g_fail_after{-1};
+namespace {
 
 // No single array may claim more than this many bytes: far beyond any real
 // machine, and small enough that size arithmetic below cannot overflow.
@@ -162,6 +161,15 @@ ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std
   return n.release();
 }
 
+const ixArray* as_struct(const ixArray* s) {
+  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
+  return s;
+}
+
+}  // namespace
+
+namespace ixtal::detail {
+
 ixArray* make_named(ixClassID cls, const char* name) {
   new_array n;
   n.a->class_id = cls;
@@ -175,12 +183,10 @@ void check_index(const ixArray* a, ixSize index, const char* what) {
   if (index >= a->numel) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
 }
 
-const ixArray* as_struct(const ixArray* s) {
-  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
-  return s;
-}
+}  // namespace ixtal::detail
 
-}  // namespace
+using ixtal::detail::check_index;
+using ixtal::detail::make_named;
 
 // --- creation ----------------------------------------------------------------
 
@@ -523,74 +529,3 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
   if (a->class_id == ixSINGLE_CLASS) return same_floats<float>(a->data, b->data, count);
   return std::memcmp(a->data, b->data, count * element_size(a->class_id)) == 0;
 }
-
-// --- string arrays -------------------------------------------------------------
-
-namespace Tovenar::String {
-
-bool isString(const ixArray* a) noexcept {
-  return a && a->class_id == ixOBJECT_CLASS && a->class_name == "string" && a->texts.size() == a->numel;
-}
-
-std::optional<std::u16string_view> getString(const ixArray* a, ixSize index) {
-  if (!isString(a)) throw std::invalid_argument("getString: not a string array");
-  check_index(a, index, "getString");
-  if (a->missing[index]) return std::nullopt;
-  return std::u16string_view(a->texts[index]);
-}
-
-void setString(ixArray* a, ixSize index, std::optional<std::u16string_view> text) {
-  if (!isString(a)) throw std::invalid_argument("setString: not a string array");
-  check_index(a, index, "setString");
-  a->missing[index] = !text;
-  a->texts[index] = text ? std::u16string(*text) : std::u16string();
-}
-
-}  // namespace Tovenar::String
-
-// --- checked views and text ----------------------------------------------------
-
-namespace matrix {
-namespace detail {
-
-bool isValidClassId(ixClassID cls) noexcept {
-  return cls >= ixCELL_CLASS && cls <= ixOBJECT_CLASS && cls != ixVOID_CLASS;
-}
-void rejectClassId(const ixArray* a, ixClassID expected) {
-  throw std::invalid_argument(std::string("expected an array of class ") + ixClassNameOf(expected) + ", got " +
-                              ixGetClassName(a));
-}
-void rejectArrayShape(const ixArray* a) {
-  throw std::invalid_argument(std::string("unsupported storage for an array of class ") + ixGetClassName(a) +
-                              (a->sparse ? " (sparse)" : a->complex ? " (complex)" : " (real)"));
-}
-void rejectInvalidClassId(const ixArray* a) {
-  throw std::invalid_argument("invalid class ID " + std::to_string(int(a->class_id)));
-}
-
-}  // namespace detail
-
-std::string get_string(const ixArray* a, fl::i18n::codecvt_ustring_to_string& cvt) {
-  typed_array<char16_t> chars(a);
-  std::string out;
-  cvt.convert(chars.data(), chars.size(), out);
-  return out;
-}
-
-}  // namespace matrix
-
-// --- test hooks ----------------------------------------------------------------
-
-namespace ixtal::testing {
-
-std::int64_t live_arrays() noexcept { return g_live.load(std::memory_order_relaxed); }
-void fail_allocations_after(std::int64_t n) noexcept { g_fail_after.store(n < 0 ? -1 : n, std::memory_order_relaxed); }
-ixArray* make_array_with_class_id(int class_id) {
-  new_array n;
-  n.a->class_id = static_cast<ixClassID>(class_id);
-  const ixSize one[2] = {1, 1};
-  set_shape(n.a, 2, one);
-  return n.release();
-}
-
-}  // namespace ixtal::testing
