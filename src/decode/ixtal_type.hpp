@@ -20,23 +20,23 @@ using ixtal_type_tag = std::integral_constant<IxtalType, X>;
 template <class Visitor>
 decltype(auto) dispatch_on_IxtalType(IxtalType type, Visitor&& vis) {
   switch (type) {
-    case kInt8: return vis(ixtal_type_tag<kInt8>{});
-    case kInt16: return vis(ixtal_type_tag<kInt16>{});
-    case kInt32: return vis(ixtal_type_tag<kInt32>{});
-    case kInt64: return vis(ixtal_type_tag<kInt64>{});
-    case kUint8: return vis(ixtal_type_tag<kUint8>{});
-    case kUint16: return vis(ixtal_type_tag<kUint16>{});
-    case kUint32: return vis(ixtal_type_tag<kUint32>{});
-    case kUint64: return vis(ixtal_type_tag<kUint64>{});
-    case kSingle: return vis(ixtal_type_tag<kSingle>{});
-    case kDouble: return vis(ixtal_type_tag<kDouble>{});
-    case kLogical: return vis(ixtal_type_tag<kLogical>{});
-    case kChar: return vis(ixtal_type_tag<kChar>{});
-    case kCell: return vis(ixtal_type_tag<kCell>{});
-    case kStruct: return vis(ixtal_type_tag<kStruct>{});
-    case kObject: return vis(ixtal_type_tag<kObject>{});
-    case kEnum: return vis(ixtal_type_tag<kEnum>{});
-    case kString: return vis(ixtal_type_tag<kString>{});
+    case IxtalType::kInt8: return vis(ixtal_type_tag<IxtalType::kInt8>{});
+    case IxtalType::kInt16: return vis(ixtal_type_tag<IxtalType::kInt16>{});
+    case IxtalType::kInt32: return vis(ixtal_type_tag<IxtalType::kInt32>{});
+    case IxtalType::kInt64: return vis(ixtal_type_tag<IxtalType::kInt64>{});
+    case IxtalType::kUint8: return vis(ixtal_type_tag<IxtalType::kUint8>{});
+    case IxtalType::kUint16: return vis(ixtal_type_tag<IxtalType::kUint16>{});
+    case IxtalType::kUint32: return vis(ixtal_type_tag<IxtalType::kUint32>{});
+    case IxtalType::kUint64: return vis(ixtal_type_tag<IxtalType::kUint64>{});
+    case IxtalType::kSingle: return vis(ixtal_type_tag<IxtalType::kSingle>{});
+    case IxtalType::kDouble: return vis(ixtal_type_tag<IxtalType::kDouble>{});
+    case IxtalType::kLogical: return vis(ixtal_type_tag<IxtalType::kLogical>{});
+    case IxtalType::kChar: return vis(ixtal_type_tag<IxtalType::kChar>{});
+    case IxtalType::kCell: return vis(ixtal_type_tag<IxtalType::kCell>{});
+    case IxtalType::kStruct: return vis(ixtal_type_tag<IxtalType::kStruct>{});
+    case IxtalType::kObject: return vis(ixtal_type_tag<IxtalType::kObject>{});
+    case IxtalType::kEnum: return vis(ixtal_type_tag<IxtalType::kEnum>{});
+    case IxtalType::kString: return vis(ixtal_type_tag<IxtalType::kString>{});
   }
   boost::throw_exception(std::runtime_error("invalid IxtalType"));
 }
@@ -57,9 +57,9 @@ using element_types = type_list<std::int8_t, std::int16_t, std::int32_t, std::in
 template <IxtalType X>
 using element_type_of = typename decltype(type_search::find<X>(type_search::element_types{}))::type;
 
-static_assert(std::is_same_v<element_type_of<kUint16>, std::uint16_t>);
-static_assert(std::is_same_v<element_type_of<kLogical>, bool>);
+static_assert(std::is_same_v<element_type_of<IxtalType::kUint16>, std::uint16_t>);
+static_assert(std::is_same_v<element_type_of<IxtalType::kLogical>, bool>);
 
-inline constexpr bool is_numeric_type(IxtalType x) noexcept { return x <= kDouble; }
+inline constexpr bool is_numeric_type(IxtalType x) noexcept { return x <= IxtalType::kDouble; }
 
 }  // namespace ixtal_json::detail

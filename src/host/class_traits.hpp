@@ -29,18 +29,18 @@ inline constexpr char kNameInt8[] = "int8", kNameInt16[] = "int16", kNameInt32[]
                       kNameLogical[] = "logical", kNameChar[] = "char";
 
 template <class T> struct element_traits;
-template <> struct element_traits<std::int8_t> : element_traits_base<std::int8_t, ixINT8_CLASS, kInt8, kNameInt8> {};
-template <> struct element_traits<std::int16_t> : element_traits_base<std::int16_t, ixINT16_CLASS, kInt16, kNameInt16> {};
-template <> struct element_traits<std::int32_t> : element_traits_base<std::int32_t, ixINT32_CLASS, kInt32, kNameInt32> {};
-template <> struct element_traits<std::int64_t> : element_traits_base<std::int64_t, ixINT64_CLASS, kInt64, kNameInt64> {};
-template <> struct element_traits<std::uint8_t> : element_traits_base<std::uint8_t, ixUINT8_CLASS, kUint8, kNameUint8> {};
-template <> struct element_traits<std::uint16_t> : element_traits_base<std::uint16_t, ixUINT16_CLASS, kUint16, kNameUint16> {};
-template <> struct element_traits<std::uint32_t> : element_traits_base<std::uint32_t, ixUINT32_CLASS, kUint32, kNameUint32> {};
-template <> struct element_traits<std::uint64_t> : element_traits_base<std::uint64_t, ixUINT64_CLASS, kUint64, kNameUint64> {};
-template <> struct element_traits<float> : element_traits_base<float, ixSINGLE_CLASS, kSingle, kNameSingle> {};
-template <> struct element_traits<double> : element_traits_base<double, ixDOUBLE_CLASS, kDouble, kNameDouble> {};
-template <> struct element_traits<bool> : element_traits_base<bool, ixLOGICAL_CLASS, kLogical, kNameLogical> {};
-template <> struct element_traits<char16_t> : element_traits_base<char16_t, ixCHAR_CLASS, kChar, kNameChar> {};
+template <> struct element_traits<std::int8_t> : element_traits_base<std::int8_t, ixINT8_CLASS, IxtalType::kInt8, kNameInt8> {};
+template <> struct element_traits<std::int16_t> : element_traits_base<std::int16_t, ixINT16_CLASS, IxtalType::kInt16, kNameInt16> {};
+template <> struct element_traits<std::int32_t> : element_traits_base<std::int32_t, ixINT32_CLASS, IxtalType::kInt32, kNameInt32> {};
+template <> struct element_traits<std::int64_t> : element_traits_base<std::int64_t, ixINT64_CLASS, IxtalType::kInt64, kNameInt64> {};
+template <> struct element_traits<std::uint8_t> : element_traits_base<std::uint8_t, ixUINT8_CLASS, IxtalType::kUint8, kNameUint8> {};
+template <> struct element_traits<std::uint16_t> : element_traits_base<std::uint16_t, ixUINT16_CLASS, IxtalType::kUint16, kNameUint16> {};
+template <> struct element_traits<std::uint32_t> : element_traits_base<std::uint32_t, ixUINT32_CLASS, IxtalType::kUint32, kNameUint32> {};
+template <> struct element_traits<std::uint64_t> : element_traits_base<std::uint64_t, ixUINT64_CLASS, IxtalType::kUint64, kNameUint64> {};
+template <> struct element_traits<float> : element_traits_base<float, ixSINGLE_CLASS, IxtalType::kSingle, kNameSingle> {};
+template <> struct element_traits<double> : element_traits_base<double, ixDOUBLE_CLASS, IxtalType::kDouble, kNameDouble> {};
+template <> struct element_traits<bool> : element_traits_base<bool, ixLOGICAL_CLASS, IxtalType::kLogical, kNameLogical> {};
+template <> struct element_traits<char16_t> : element_traits_base<char16_t, ixCHAR_CLASS, IxtalType::kChar, kNameChar> {};
 template <class T> struct element_traits<std::complex<T>> : element_traits<T> {};
 
 // A double x converts to the integer class T only when

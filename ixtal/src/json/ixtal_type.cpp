@@ -17,5 +17,6 @@ ixtal_json::detail::IxtalType ixtal_type_for_name(std::string_view name) {
 }
 
 const char* ixtal_type_name(ixtal_json::detail::IxtalType type) noexcept {
-  return type >= 0 && type < ixtal_json::detail::kIxtalTypeCount ? kNames[std::size_t(type)] : "";
+  const auto i = static_cast<std::int32_t>(type);
+  return i >= 0 && i < ixtal_json::detail::kIxtalTypeCount ? kNames[std::size_t(i)] : "";
 }

@@ -11,7 +11,8 @@
 
 namespace ixtal_json::detail {
 
-enum IxtalType : std::int32_t {
+// Scoped: Value::Kind also has a kDouble, a kString and a kObject.
+enum class IxtalType : std::int32_t {
   kInt8 = 0, kInt16 = 1, kInt32 = 2, kInt64 = 3,
   kUint8 = 4, kUint16 = 5, kUint32 = 6, kUint64 = 7,
   kSingle = 8, kDouble = 9, kLogical = 10, kChar = 11,
