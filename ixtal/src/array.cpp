@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "array_record.hpp"
+#include "ixtal/classes.hpp"
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
 #include "ixtal/text.hpp"
@@ -33,17 +34,9 @@ void count_creation() {
   }
 }
 
-std::size_t element_size(ixClassID cls) noexcept {
-  switch (cls) {
-    case ixLOGICAL_CLASS: case ixINT8_CLASS: case ixUINT8_CLASS: return 1;
-    case ixCHAR_CLASS: case ixINT16_CLASS: case ixUINT16_CLASS: return 2;
-    case ixSINGLE_CLASS: case ixINT32_CLASS: case ixUINT32_CLASS: return 4;
-    case ixDOUBLE_CLASS: case ixINT64_CLASS: case ixUINT64_CLASS: return 8;
-    default: return 0;
-  }
-}
+std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }
 
-bool is_numeric_class(ixClassID cls) noexcept { return cls >= ixDOUBLE_CLASS && cls <= ixUINT64_CLASS; }
+bool is_numeric_class(ixClassID cls) noexcept { return ixtal::info_of(cls).numeric; }
 
 }  // namespace
 
@@ -348,29 +341,7 @@ void ixDestroyArray(ixArray* a) noexcept {
 
 ixClassID ixGetClassID(const ixArray* a) noexcept { return a->class_id; }
 
-const char* ixClassNameOf(ixClassID cls) noexcept {
-  switch (cls) {
-    case ixCELL_CLASS: return "cell";
-    case ixSTRUCT_CLASS: return "struct";
-    case ixLOGICAL_CLASS: return "logical";
-    case ixCHAR_CLASS: return "char";
-    case ixVOID_CLASS: return "void";
-    case ixDOUBLE_CLASS: return "double";
-    case ixSINGLE_CLASS: return "single";
-    case ixINT8_CLASS: return "int8";
-    case ixUINT8_CLASS: return "uint8";
-    case ixINT16_CLASS: return "int16";
-    case ixUINT16_CLASS: return "uint16";
-    case ixINT32_CLASS: return "int32";
-    case ixUINT32_CLASS: return "uint32";
-    case ixINT64_CLASS: return "int64";
-    case ixUINT64_CLASS: return "uint64";
-    case ixFUNCTION_CLASS: return "function_handle";
-    case ixOPAQUE_CLASS: return "opaque";
-    case ixOBJECT_CLASS: return "object";
-    default: return "unknown";
-  }
-}
+const char* ixClassNameOf(ixClassID cls) noexcept { return ixtal::info_of(cls).name; }
 
 const char* ixGetClassName(const ixArray* a) noexcept {
   if ((a->class_id == ixOBJECT_CLASS || a->class_id == ixOPAQUE_CLASS) && !a->class_name.empty())

@@ -5,6 +5,7 @@
 
 #include <boost/throw_exception.hpp>
 #include <stdexcept>
+#include <tuple>
 #include <type_traits>
 
 #include "foundation/json/ixtal_type.hpp"
@@ -15,51 +16,37 @@ namespace ixtal_json::detail {
 template <IxtalType X>
 using ixtal_type_tag = std::integral_constant<IxtalType, X>;
 
+namespace type_search {
+template <int I, class Visitor>
+decltype(auto) dispatch_from(IxtalType type, Visitor& vis) {
+  if (type == IxtalType(I)) return vis(ixtal_type_tag<IxtalType(I)>{});
+  if constexpr (I + 1 < kIxtalTypeCount) return dispatch_from<I + 1>(type, vis);
+  else boost::throw_exception(std::runtime_error("invalid IxtalType"));
+}
+template <std::size_t I, class... T>
+std::tuple_element_t<I, std::tuple<T...>> at(type_list<T...>);
+}  // namespace type_search
+
 // Calls vis(ixtal_type_tag<type>{}). A value outside the enumeration can
 // only come from a corrupted caller, never from a document.
 template <class Visitor>
 decltype(auto) dispatch_on_IxtalType(IxtalType type, Visitor&& vis) {
-  switch (type) {
-    case IxtalType::kInt8: return vis(ixtal_type_tag<IxtalType::kInt8>{});
-    case IxtalType::kInt16: return vis(ixtal_type_tag<IxtalType::kInt16>{});
-    case IxtalType::kInt32: return vis(ixtal_type_tag<IxtalType::kInt32>{});
-    case IxtalType::kInt64: return vis(ixtal_type_tag<IxtalType::kInt64>{});
-    case IxtalType::kUint8: return vis(ixtal_type_tag<IxtalType::kUint8>{});
-    case IxtalType::kUint16: return vis(ixtal_type_tag<IxtalType::kUint16>{});
-    case IxtalType::kUint32: return vis(ixtal_type_tag<IxtalType::kUint32>{});
-    case IxtalType::kUint64: return vis(ixtal_type_tag<IxtalType::kUint64>{});
-    case IxtalType::kSingle: return vis(ixtal_type_tag<IxtalType::kSingle>{});
-    case IxtalType::kDouble: return vis(ixtal_type_tag<IxtalType::kDouble>{});
-    case IxtalType::kLogical: return vis(ixtal_type_tag<IxtalType::kLogical>{});
-    case IxtalType::kChar: return vis(ixtal_type_tag<IxtalType::kChar>{});
-    case IxtalType::kCell: return vis(ixtal_type_tag<IxtalType::kCell>{});
-    case IxtalType::kStruct: return vis(ixtal_type_tag<IxtalType::kStruct>{});
-    case IxtalType::kObject: return vis(ixtal_type_tag<IxtalType::kObject>{});
-    case IxtalType::kEnum: return vis(ixtal_type_tag<IxtalType::kEnum>{});
-    case IxtalType::kString: return vis(ixtal_type_tag<IxtalType::kString>{});
-  }
-  boost::throw_exception(std::runtime_error("invalid IxtalType"));
+  return type_search::dispatch_from<0>(type, vis);
 }
-
-namespace type_search {
-template <IxtalType X>
-constexpr void find(type_list<>) {}  // no element type: a container class
-template <IxtalType X, class First, class... Rest>
-constexpr auto find(type_list<First, Rest...>) {
-  if constexpr (element_traits<First>::ixtal_type == X) return type_tag<First>{};
-  else return find<X>(type_list<Rest...>{});
-}
-using element_types = type_list<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t, std::uint16_t,
-                                std::uint32_t, std::uint64_t, float, double, bool, char16_t>;
-}  // namespace type_search
 
 // The C++ element type of a numeric, logical or char class.
 template <IxtalType X>
-using element_type_of = typename decltype(type_search::find<X>(type_search::element_types{}))::type;
+using element_type_of = decltype(type_search::at<std::size_t(X)>(ixtal_element_types{}));
 
 static_assert(std::is_same_v<element_type_of<IxtalType::kUint16>, std::uint16_t>);
 static_assert(std::is_same_v<element_type_of<IxtalType::kLogical>, bool>);
 
-inline constexpr bool is_numeric_type(IxtalType x) noexcept { return x <= IxtalType::kDouble; }
+// The numeric classes lead the "tntype" order.
+template <class... T>
+constexpr int size_of(type_list<T...>) { return int(sizeof...(T)); }
+static_assert(std::is_same_v<element_type_of<IxtalType(size_of(numeric_types{}) - 1)>, double>);
+inline constexpr bool is_numeric_type(IxtalType x) noexcept {
+  return int(x) >= 0 && int(x) < size_of(numeric_types{});
+}
 
 }  // namespace ixtal_json::detail
