@@ -101,7 +101,18 @@ struct class_info {
 };
 namespace detail {
 // The rows as one array indexed by class ID, so that a lookup is a load.
-inline constexpr std::size_t kClassSlots = std::size_t(ixOBJECT_CLASS) + 1;
+template <class... Row>
+constexpr std::size_t count_rows(type_list<Row...>) { return sizeof...(Row); }
+inline constexpr std::size_t kClassSlots = count_rows(classes{}) + 1;  // slot 0: ixUNKNOWN_CLASS
+
+// Rows and IDs agree one to one: a class added to ixClassID needs its row
+// in its place, and a row needs its ID.
+static_assert([] {
+  std::size_t expected = 1;
+  bool in_order = true;
+  for_each_class([&](auto row) { in_order = in_order && std::size_t(row.id) == expected++; });
+  return in_order;
+}(), "one row per class ID, in ID order from ixCELL_CLASS");
 inline constexpr auto kClassInfo = [] {
   std::array<class_info, kClassSlots> table{};
   for_each_class([&](auto row) {
