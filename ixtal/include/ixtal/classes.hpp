@@ -92,7 +92,7 @@ constexpr decltype(auto) visit_class(ixClassID cls, F&& f, Otherwise&& otherwise
   return detail::visit_class(cls, f, otherwise, classes{});
 }
 
-// The row of cls's properties, as plain values.
+// A row's properties as plain values, for lookups at run time.
 struct class_info {
   const char* name = "unknown";
   std::size_t element_size = 0;
@@ -105,8 +105,8 @@ template <class... Row>
 constexpr std::size_t count_rows(type_list<Row...>) { return sizeof...(Row); }
 inline constexpr std::size_t kClassSlots = count_rows(classes{}) + 1;  // slot 0: ixUNKNOWN_CLASS
 
-// Rows and IDs agree one to one: a class added to ixClassID needs its row
-// in its place, and a row needs its ID.
+// The rows follow the IDs one to one from ixCELL_CLASS: no ID between the
+// first and the last is skipped or given two rows.
 static_assert([] {
   std::size_t expected = 1;
   bool in_order = true;
