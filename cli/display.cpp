@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
+#include "ixtal/classes.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/text.hpp"
 
@@ -173,21 +175,20 @@ std::vector<std::string> numeric_texts(const ixArray* a, const std::vector<ixSiz
   return out;
 }
 
+// f(T{}) for the element type T of a numeric or logical array; any other
+// class is the caller's mistake.
 template <class F>
 decltype(auto) with_element_type(const ixArray* a, F&& f) {
-  switch (ixGetClassID(a)) {
-    case ixDOUBLE_CLASS: return f(double{});
-    case ixSINGLE_CLASS: return f(float{});
-    case ixINT8_CLASS: return f(std::int8_t{});
-    case ixUINT8_CLASS: return f(std::uint8_t{});
-    case ixINT16_CLASS: return f(std::int16_t{});
-    case ixUINT16_CLASS: return f(std::uint16_t{});
-    case ixINT32_CLASS: return f(std::int32_t{});
-    case ixUINT32_CLASS: return f(std::uint32_t{});
-    case ixINT64_CLASS: return f(std::int64_t{});
-    case ixUINT64_CLASS: return f(std::uint64_t{});
-    default: return f(bool{});
-  }
+  using Result = decltype(f(double{}));
+  return ixtal::visit_class(
+      ixGetClassID(a),
+      [&](auto row) -> Result {
+        using Row = decltype(row);
+        using T = typename Row::element_type;
+        if constexpr (Row::numeric || std::is_same_v<T, bool>) return f(T{});
+        else throw std::logic_error(std::string("no numeric text for class ") + Row::name);
+      },
+      []() -> Result { throw std::logic_error("no numeric text for an unknown class"); });
 }
 
 std::vector<std::string> numeric_texts(const ixArray* a, const std::vector<ixSize>& indices) {

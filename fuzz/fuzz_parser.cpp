@@ -13,7 +13,7 @@
 #include <string>
 
 #include "foundation/json/serializer.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 #include "json/parser_exception.hpp"
 
 namespace {

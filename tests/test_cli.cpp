@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 extern char** environ;
 

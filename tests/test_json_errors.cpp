@@ -12,6 +12,7 @@
 #include "json/limits.hpp"
 #include "json/location.hpp"
 #include "json/parse_step.hpp"
+#include "json/parser.hpp"
 #include "json/parser_exception.hpp"
 #include "support/host.hpp"
 

@@ -14,7 +14,6 @@
 #include "foundation/json/support.hpp"
 #include "json/basic_parser.hpp"
 #include "json/limits.hpp"
-#include "json/parse_step.hpp"
 #include "json/parser.hpp"
 #include "json/parser_exception.hpp"
 

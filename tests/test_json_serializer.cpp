@@ -17,7 +17,7 @@
 
 #include "foundation/json/serializer.hpp"
 #include "ixtal/text.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "foundation/json/value.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 namespace {
 
@@ -52,7 +52,8 @@ TEST(json_value, TypedAccessNamesHeldAndWantedAlternatives) {
   const char* names[] = {"undefined", "null", "boolean", "double", "string", "array", "object", "float"};
   for (int held = 0; held < 8; ++held) {
     const std::string prefix = std::string("invalid conversion: ") + names[held] + " to ";
-    const bool array = held == Value::kArray, object = held == Value::kObject, boolean = held == Value::kBool;
+    const Value::Kind kind = all[held].index();
+    const bool array = kind == Value::kArray, object = kind == Value::kObject, boolean = kind == Value::kBool;
     EXPECT_EQ(conversion_failure<Array>(all[held]), array ? "no failure" : prefix + "array");
     EXPECT_EQ(conversion_failure<Object>(all[held]), object ? "no failure" : prefix + "object");
     EXPECT_EQ(conversion_failure<bool>(all[held]), boolean ? "no failure" : prefix + "boolean");

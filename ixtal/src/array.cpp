@@ -10,17 +10,17 @@
 #include <new>
 #include <stdexcept>
 
+#include "array_record.hpp"
+#include "ixtal/classes.hpp"
 #include "ixtal/errors.hpp"
 #include "ixtal/matrix.hpp"
 #include "ixtal/memory.hpp"
-#include "ixtal/string_array.hpp"
-#include "ixtal/testing.hpp"
 #include "ixtal/text.hpp"
 
-namespace {
+using ixtal::detail::g_fail_after;
+using ixtal::detail::g_live;
 
-std::atomic<std::int64_t> g_live{0};
-std::atomic<std::int64_t> g_fail_after{-1};
+namespace {
 
 // No single array may claim more than this many bytes: far beyond any real
 // machine, and small enough that size arithmetic below cannot overflow.
@@ -36,17 +36,9 @@ void count_creation() {
   }
 }
 
-std::size_t element_size(ixClassID cls) noexcept {
-  switch (cls) {
-    case ixLOGICAL_CLASS: case ixINT8_CLASS: case ixUINT8_CLASS: return 1;
-    case ixCHAR_CLASS: case ixINT16_CLASS: case ixUINT16_CLASS: return 2;
-    case ixSINGLE_CLASS: case ixINT32_CLASS: case ixUINT32_CLASS: return 4;
-    case ixDOUBLE_CLASS: case ixINT64_CLASS: case ixUINT64_CLASS: return 8;
-    default: return 0;
-  }
-}
+std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }
 
-bool is_numeric_class(ixClassID cls) noexcept { return cls >= ixDOUBLE_CLASS && cls <= ixUINT64_CLASS; }
+bool is_numeric_class(ixClassID cls) noexcept { return ixtal::info_of(cls).numeric; }
 
 }  // namespace
 
@@ -217,6 +209,15 @@ ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std
   return n.release();
 }
 
+const ixArray* as_struct(const ixArray* s) {
+  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
+  return s;
+}
+
+}  // namespace
+
+namespace ixtal::detail {
+
 ixArray* make_named(ixClassID cls, const char* name) {
   new_array n;
   n.a->class_id = cls;
@@ -230,12 +231,10 @@ void check_index(const ixArray* a, ixSize index, const char* what) {
   if (index >= numel(a)) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
 }
 
-const ixArray* as_struct(const ixArray* s) {
-  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
-  return s;
-}
+}  // namespace ixtal::detail
 
-}  // namespace
+using ixtal::detail::check_index;
+using ixtal::detail::make_named;
 
 // --- creation ----------------------------------------------------------------
 
@@ -410,29 +409,7 @@ void ixDestroyArray(ixArray* a) noexcept {
 
 ixClassID ixGetClassID(const ixArray* a) noexcept { return a->class_id; }
 
-const char* ixClassNameOf(ixClassID cls) noexcept {
-  switch (cls) {
-    case ixCELL_CLASS: return "cell";
-    case ixSTRUCT_CLASS: return "struct";
-    case ixLOGICAL_CLASS: return "logical";
-    case ixCHAR_CLASS: return "char";
-    case ixVOID_CLASS: return "void";
-    case ixDOUBLE_CLASS: return "double";
-    case ixSINGLE_CLASS: return "single";
-    case ixINT8_CLASS: return "int8";
-    case ixUINT8_CLASS: return "uint8";
-    case ixINT16_CLASS: return "int16";
-    case ixUINT16_CLASS: return "uint16";
-    case ixINT32_CLASS: return "int32";
-    case ixUINT32_CLASS: return "uint32";
-    case ixINT64_CLASS: return "int64";
-    case ixUINT64_CLASS: return "uint64";
-    case ixFUNCTION_CLASS: return "function_handle";
-    case ixOPAQUE_CLASS: return "opaque";
-    case ixOBJECT_CLASS: return "object";
-    default: return "unknown";
-  }
-}
+const char* ixClassNameOf(ixClassID cls) noexcept { return ixtal::info_of(cls).name; }
 
 const char* ixGetClassName(const ixArray* a) noexcept {
   if ((a->class_id == ixOBJECT_CLASS || a->class_id == ixOPAQUE_CLASS) && a->extra && !a->extra->class_name.empty())
@@ -623,75 +600,3 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
   if (a->class_id == ixSINGLE_CLASS) return same_floats<float>(a->data, b->data, count);
   return std::memcmp(a->data, b->data, count * element_size(a->class_id)) == 0;
 }
-
-// --- string arrays -------------------------------------------------------------
-
-namespace Tovenar::String {
-
-bool isString(const ixArray* a) noexcept {
-  return a && a->class_id == ixOBJECT_CLASS && a->extra && a->extra->class_name == "string" &&
-         a->extra->texts.size() == numel(a);
-}
-
-std::optional<std::u16string_view> getString(const ixArray* a, ixSize index) {
-  if (!isString(a)) throw std::invalid_argument("getString: not a string array");
-  check_index(a, index, "getString");
-  if (a->extra->missing[index]) return std::nullopt;
-  return std::u16string_view(a->extra->texts[index]);
-}
-
-void setString(ixArray* a, ixSize index, std::optional<std::u16string_view> text) {
-  if (!isString(a)) throw std::invalid_argument("setString: not a string array");
-  check_index(a, index, "setString");
-  a->extra->texts[index] = text ? std::u16string(*text) : std::u16string();
-  a->extra->missing[index] = !text;
-}
-
-}  // namespace Tovenar::String
-
-// --- checked views and text ----------------------------------------------------
-
-namespace matrix {
-namespace detail {
-
-bool isValidClassId(ixClassID cls) noexcept {
-  return cls >= ixCELL_CLASS && cls <= ixOBJECT_CLASS && cls != ixVOID_CLASS;
-}
-void rejectClassId(const ixArray* a, ixClassID expected) {
-  throw std::invalid_argument(std::string("expected an array of class ") + ixClassNameOf(expected) + ", got " +
-                              ixGetClassName(a));
-}
-void rejectArrayShape(const ixArray* a) {
-  throw std::invalid_argument(std::string("unsupported storage for an array of class ") + ixGetClassName(a) +
-                              (a->sparse ? " (sparse)" : a->complex ? " (complex)" : " (real)"));
-}
-void rejectInvalidClassId(const ixArray* a) {
-  throw std::invalid_argument("invalid class ID " + std::to_string(int(a->class_id)));
-}
-
-}  // namespace detail
-
-std::string get_string(const ixArray* a, fl::i18n::codecvt_ustring_to_string& cvt) {
-  typed_array<char16_t> chars(a);
-  std::string out;
-  cvt.convert(chars.data(), chars.size(), out);
-  return out;
-}
-
-}  // namespace matrix
-
-// --- test hooks ----------------------------------------------------------------
-
-namespace ixtal::testing {
-
-std::int64_t live_arrays() noexcept { return g_live.load(std::memory_order_relaxed); }
-void fail_allocations_after(std::int64_t n) noexcept { g_fail_after.store(n < 0 ? -1 : n, std::memory_order_relaxed); }
-ixArray* make_array_with_class_id(int class_id) {
-  new_array n;
-  n.a->class_id = static_cast<ixClassID>(class_id);
-  const ixSize one[2] = {1, 1};
-  set_shape(n.a, 2, one);
-  return n.release();
-}
-
-}  // namespace ixtal::testing

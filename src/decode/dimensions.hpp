@@ -3,9 +3,9 @@
 // Dimension lists as the decoder reads them, and the arrays made from them.
 
 #include <boost/container/small_vector.hpp>
-#include <limits>
 
 #include "host/class_traits.hpp"
+#include "host/element_count.hpp"
 #include "ixtal/array.hpp"
 #include "ixtal/matrix.hpp"
 
@@ -15,20 +15,8 @@ namespace ixtal_json::detail {
 // of many small arrays free of allocations for their shapes.
 using dims_vector = boost::container::small_vector<ixSize, 4>;
 
-// Stands for a product of sizes beyond 64 bits: no data list is that long,
-// and no host array can be that large.
-inline constexpr ixSize kUncountable = std::numeric_limits<ixSize>::max();
-
-// The number of elements of an array of these dimensions: 0 when one of them
-// is 0, however large the others; kUncountable when the product overflows.
 inline ixSize element_count(const dims_vector& dims) noexcept {
-  ixSize n = 1;
-  bool overflow = false;
-  for (const ixSize d : dims) {
-    if (d == 0) return 0;
-    overflow = overflow || __builtin_mul_overflow(n, d, &n);
-  }
-  return overflow ? kUncountable : n;
+  return element_count(std::span<const ixSize>(dims.data(), dims.size()));
 }
 
 // A numeric, logical or char array whose data the caller writes in full.

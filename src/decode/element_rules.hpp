@@ -17,10 +17,6 @@
 
 namespace ixtal_json::detail {
 
-template <class T>
-inline constexpr bool is_integer_element = std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                           !std::is_same_v<T, char16_t>;
-
 // Integers: an integral JSON number strictly inside the class's bounds.
 // trunc(x) != x also refuses NaN; infinities pass it and fail the bounds.
 template <class T>

@@ -5,6 +5,7 @@
 
 #include <boost/throw_exception.hpp>
 #include <stdexcept>
+#include <tuple>
 #include <type_traits>
 
 #include "foundation/json/ixtal_type.hpp"
@@ -15,51 +16,37 @@ namespace ixtal_json::detail {
 template <IxtalType X>
 using ixtal_type_tag = std::integral_constant<IxtalType, X>;
 
+namespace type_search {
+template <int I, class Visitor>
+decltype(auto) dispatch_from(IxtalType type, Visitor& vis) {
+  if (type == IxtalType(I)) return vis(ixtal_type_tag<IxtalType(I)>{});
+  if constexpr (I + 1 < kIxtalTypeCount) return dispatch_from<I + 1>(type, vis);
+  else boost::throw_exception(std::runtime_error("invalid IxtalType"));
+}
+template <std::size_t I, class... T>
+std::tuple_element_t<I, std::tuple<T...>> at(type_list<T...>);
+}  // namespace type_search
+
 // Calls vis(ixtal_type_tag<type>{}). A value outside the enumeration can
 // only come from a corrupted caller, never from a document.
 template <class Visitor>
 decltype(auto) dispatch_on_IxtalType(IxtalType type, Visitor&& vis) {
-  switch (type) {
-    case kInt8: return vis(ixtal_type_tag<kInt8>{});
-    case kInt16: return vis(ixtal_type_tag<kInt16>{});
-    case kInt32: return vis(ixtal_type_tag<kInt32>{});
-    case kInt64: return vis(ixtal_type_tag<kInt64>{});
-    case kUint8: return vis(ixtal_type_tag<kUint8>{});
-    case kUint16: return vis(ixtal_type_tag<kUint16>{});
-    case kUint32: return vis(ixtal_type_tag<kUint32>{});
-    case kUint64: return vis(ixtal_type_tag<kUint64>{});
-    case kSingle: return vis(ixtal_type_tag<kSingle>{});
-    case kDouble: return vis(ixtal_type_tag<kDouble>{});
-    case kLogical: return vis(ixtal_type_tag<kLogical>{});
-    case kChar: return vis(ixtal_type_tag<kChar>{});
-    case kCell: return vis(ixtal_type_tag<kCell>{});
-    case kStruct: return vis(ixtal_type_tag<kStruct>{});
-    case kObject: return vis(ixtal_type_tag<kObject>{});
-    case kEnum: return vis(ixtal_type_tag<kEnum>{});
-    case kString: return vis(ixtal_type_tag<kString>{});
-  }
-  boost::throw_exception(std::runtime_error("invalid IxtalType"));
+  return type_search::dispatch_from<0>(type, vis);
 }
-
-namespace type_search {
-template <IxtalType X>
-constexpr void find(type_list<>) {}  // no element type: a container class
-template <IxtalType X, class First, class... Rest>
-constexpr auto find(type_list<First, Rest...>) {
-  if constexpr (element_traits<First>::ixtal_type == X) return type_tag<First>{};
-  else return find<X>(type_list<Rest...>{});
-}
-using element_types = type_list<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t, std::uint16_t,
-                                std::uint32_t, std::uint64_t, float, double, bool, char16_t>;
-}  // namespace type_search
 
 // The C++ element type of a numeric, logical or char class.
 template <IxtalType X>
-using element_type_of = typename decltype(type_search::find<X>(type_search::element_types{}))::type;
+using element_type_of = decltype(type_search::at<std::size_t(X)>(ixtal_element_types{}));
 
-static_assert(std::is_same_v<element_type_of<kUint16>, std::uint16_t>);
-static_assert(std::is_same_v<element_type_of<kLogical>, bool>);
+static_assert(std::is_same_v<element_type_of<IxtalType::kUint16>, std::uint16_t>);
+static_assert(std::is_same_v<element_type_of<IxtalType::kLogical>, bool>);
 
-inline constexpr bool is_numeric_type(IxtalType x) noexcept { return x <= kDouble; }
+// The numeric classes lead the "tntype" order.
+template <class... T>
+constexpr int size_of(type_list<T...>) { return int(sizeof...(T)); }
+static_assert(std::is_same_v<element_type_of<IxtalType(size_of(numeric_types{}) - 1)>, double>);
+inline constexpr bool is_numeric_type(IxtalType x) noexcept {
+  return int(x) >= 0 && int(x) < size_of(numeric_types{});
+}
 
 }  // namespace ixtal_json::detail

@@ -83,22 +83,22 @@ struct ixtal_json_large_format_visitor {
       using T = element_type_of<X>;
       const Array& data = data_array(ctx, element_traits<T>::name);
       return read_flat<T>(data, ctx.dims, read_tncomplex(ctx.object));
-    } else if constexpr (X == kLogical) {
+    } else if constexpr (X == IxtalType::kLogical) {
       return read_flat<bool>(data_array(ctx, element_traits<bool>::name), ctx.dims, false);
-    } else if constexpr (X == kChar) {
+    } else if constexpr (X == IxtalType::kChar) {
       const Array& data = data_array(ctx, element_traits<char16_t>::name);
       if (data.size() != 1 || !data.front().is_string()) throw InvalidCharArrayTNData();
       return char_array(data.front().as_string(), ctx.dims);
-    } else if constexpr (X == kCell) {
+    } else if constexpr (X == IxtalType::kCell) {
       return read_cell(ctx);
-    } else if constexpr (X == kStruct) {
+    } else if constexpr (X == IxtalType::kStruct) {
       return read_struct(ctx);
-    } else if constexpr (X == kString) {
+    } else if constexpr (X == IxtalType::kString) {
       return read_string_array(ctx);
     } else {
       // The embedded host has no user-defined classes, so no class object
       // or enumeration can be made whatever the data say.
-      static_assert(X == kObject || X == kEnum);
+      static_assert(X == IxtalType::kObject || X == IxtalType::kEnum);
       throw InvalidTNType(ixtal_type_name(X));
     }
   }

@@ -20,7 +20,7 @@ using foundation::json::Value;
 // What the first element of each level says: the class, and one size per
 // JSON level, outermost first.
 struct small_shape {
-  IxtalType type = kDouble;
+  IxtalType type = IxtalType::kDouble;
   dims_vector dims;
 };
 
@@ -32,7 +32,7 @@ small_shape analyse(const Array& outer) {
     if (level->empty()) return shape;
     const Value& first = level->front();
     switch (first.index()) {
-      case Value::kBool: shape.type = kLogical; return shape;
+      case Value::kBool: shape.type = IxtalType::kLogical; return shape;
       case Value::kDouble: return shape;
       case Value::kObject: {
         double ignored;
@@ -230,7 +230,7 @@ struct ixtal_json_small_array_visitor {
 
   template <detail::IxtalType X>
   typename Policy::result_type operator()(detail::ixtal_type_tag<X>) const {
-    if constexpr (X == detail::kDouble || X == detail::kLogical)
+    if constexpr (X == detail::IxtalType::kDouble || X == detail::IxtalType::kLogical)
       return detail::fill_small<detail::element_type_of<X>>(outer, dims);
     else
       return matrix::owned_array(ixCreateDoubleMatrix(0, 0, ixREAL));

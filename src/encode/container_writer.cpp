@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "encode/large_object.hpp"
+#include "host/element_count.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace ixtal_json::detail {
@@ -65,7 +66,7 @@ Value write_struct_large(const ixArray* a, const element_encoder& encode, nestin
       for (int f = 0; f < nfields; ++f) columns[std::size_t(f)]->push_back(encode(value(ixGetFieldByNumber(a, i, f))));
   }
   for (int f = 0; f < nfields; ++f)
-    if (columns[std::size_t(f)]->size() != count_of(dims))
+    if (columns[std::size_t(f)]->size() != element_count(dims))
       throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
                                " did not match specified dimensions");
   return large_object("struct", std::move(size), Value(std::move(fields)));

@@ -46,14 +46,13 @@ Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
       return write_char(a, Mode, utf8_, depth_);
     case ixDOUBLE_CLASS:
       return large ? write_numeric_large(a, Nan, depth_) : write_double_small(a, Nan, depth_);
-    case ixSINGLE_CLASS: case ixINT8_CLASS: case ixUINT8_CLASS: case ixINT16_CLASS: case ixUINT16_CLASS:
-    case ixINT32_CLASS: case ixUINT32_CLASS: case ixINT64_CLASS: case ixUINT64_CLASS:
-      return write_numeric_large(a, Nan, depth_);
-    case ixFUNCTION_CLASS: case ixOPAQUE_CLASS: case ixOBJECT_CLASS:
-      throw IxUnsupportedType(ixGetClassName(a));
-    default:
-      matrix::detail::rejectInvalidClassId(a);
+    default: break;
   }
+  // The other numeric classes have only the large form; any other class
+  // the host knows has no JSON form at all.
+  if (ixIsNumeric(a)) return write_numeric_large(a, Nan, depth_);
+  if (matrix::detail::isValidClassId(ixGetClassID(a))) throw IxUnsupportedType(ixGetClassName(a));
+  matrix::detail::rejectInvalidClassId(a);
 }
 
 // The four variants the encode builtin chooses from.

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "host/element_count.hpp"
 #include "host/json_keys.hpp"
 
 namespace ixtal_json::detail {
@@ -9,13 +10,6 @@ namespace ixtal_json::detail {
 using foundation::json::Array;
 using foundation::json::Object;
 using foundation::json::Value;
-
-ixSize count_of(std::span<const ixSize> dims) noexcept {
-  if (dims.empty()) return 0;
-  ixSize n = 1;
-  for (ixSize d : dims) n *= d;
-  return n;
-}
 
 Array tnsize_of(std::span<const ixSize> dims) {
   if (dims.size() < 2) throw std::runtime_error("Must have at least two dimensions");
@@ -27,7 +21,7 @@ Array tnsize_of(std::span<const ixSize> dims) {
 }
 
 void check_count(std::size_t written, std::span<const ixSize> dims) {
-  if (written != count_of(dims)) throw std::runtime_error("Number of elements did not match specified dimensions");
+  if (written != element_count(dims)) throw std::runtime_error("Number of elements did not match specified dimensions");
 }
 
 Value large_object(const char* type, Array size, Value data, bool complex) {

@@ -19,9 +19,6 @@ inline bool is_2d(std::span<const ixSize> dims, ixSize m, ixSize n) noexcept {
   return dims.size() == 2 && dims[0] == m && dims[1] == n;
 }
 
-// The product of the dimensions; an empty list counts as no elements.
-ixSize count_of(std::span<const ixSize> dims) noexcept;
-
 // "tnsize": one number per dimension. Throws std::runtime_error for fewer
 // than two dimensions.
 foundation::json::Array tnsize_of(std::span<const ixSize> dims);

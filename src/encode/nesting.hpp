@@ -45,8 +45,6 @@ class nesting {
     std::size_t levels_;
   };
 
-  std::size_t depth() const noexcept { return depth_; }
-
  private:
   std::size_t depth_ = 0;
 };

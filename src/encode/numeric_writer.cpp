@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "encode/large_object.hpp"
+#include "host/element_count.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "host/class_traits.hpp"
 #include "host/json_keys.hpp"
@@ -180,7 +181,7 @@ Value write_double_small(const ixArray* a, NanType nan, const nesting& depth) {
     return Value(Array());
   }
   if (is_2d(dims, 1, 1)) return small_number(view[0], depth, 1);
-  if (count_of(dims) == 0) return write_large<double>(a, nan, depth);
+  if (element_count(dims) == 0) return write_large<double>(a, nan, depth);
   return write_nested(view, dims, depth, [&](double x, std::size_t levels) { return small_number(x, depth, levels); });
 }
 
@@ -191,7 +192,7 @@ Value write_logical_large(const ixArray* a, const nesting& depth) {
 Value write_logical_small(const ixArray* a, const nesting& depth) {
   const matrix::typed_array<bool> view(a);
   const auto dims = dims_of(a);
-  if (count_of(dims) == 0) return write_large<bool>(a, NanType::string, depth);
+  if (element_count(dims) == 0) return write_large<bool>(a, NanType::string, depth);
   if (is_2d(dims, 1, 1)) return Value(view[0]);
   return write_nested(view, dims, depth, [](bool b, std::size_t) { return Value(b); });
 }

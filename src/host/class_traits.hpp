@@ -1,47 +1,78 @@
 #pragma once
 
-// The one table of the element classes: C++ element type, host class ID,
-// "tntype" value and name, and for the integer classes the bounds a double
-// must stay strictly inside. Decoder, encoder and tests iterate over it
-// instead of spelling out each class.
+// What the builtins add to the runtime's class table (ixtal/classes.hpp):
+// each element type's "tntype" value, and for the integer classes the bounds
+// a double must stay strictly inside. Decoder, encoder and tests iterate over
+// these lists instead of spelling out each class.
 
 #include <complex>
 #include <cstdint>
 #include <limits>
+#include <tuple>
 #include <type_traits>
 
 #include "foundation/json/ixtal_type.hpp"
 #include "ixtal/array.hpp"
+#include "ixtal/classes.hpp"
 
 namespace ixtal_json::detail {
 
-template <class T, ixClassID C, IxtalType X, const char* Name>
-struct element_traits_base {
+using ixtal::type_list;
+
+template <class T> struct type_tag {
   using type = T;
-  static constexpr ixClassID class_id = C;
-  static constexpr IxtalType ixtal_type = X;
-  static constexpr const char* name = Name;
 };
 
-inline constexpr char kNameInt8[] = "int8", kNameInt16[] = "int16", kNameInt32[] = "int32", kNameInt64[] = "int64",
-                      kNameUint8[] = "uint8", kNameUint16[] = "uint16", kNameUint32[] = "uint32",
-                      kNameUint64[] = "uint64", kNameSingle[] = "single", kNameDouble[] = "double",
-                      kNameLogical[] = "logical", kNameChar[] = "char";
+// Calls f(type_tag<T>{}) for each T of the list, in order.
+template <class... T, class F>
+constexpr void for_each_type(type_list<T...>, F&& f) {
+  (f(type_tag<T>{}), ...);
+}
 
-template <class T> struct element_traits;
-template <> struct element_traits<std::int8_t> : element_traits_base<std::int8_t, ixINT8_CLASS, kInt8, kNameInt8> {};
-template <> struct element_traits<std::int16_t> : element_traits_base<std::int16_t, ixINT16_CLASS, kInt16, kNameInt16> {};
-template <> struct element_traits<std::int32_t> : element_traits_base<std::int32_t, ixINT32_CLASS, kInt32, kNameInt32> {};
-template <> struct element_traits<std::int64_t> : element_traits_base<std::int64_t, ixINT64_CLASS, kInt64, kNameInt64> {};
-template <> struct element_traits<std::uint8_t> : element_traits_base<std::uint8_t, ixUINT8_CLASS, kUint8, kNameUint8> {};
-template <> struct element_traits<std::uint16_t> : element_traits_base<std::uint16_t, ixUINT16_CLASS, kUint16, kNameUint16> {};
-template <> struct element_traits<std::uint32_t> : element_traits_base<std::uint32_t, ixUINT32_CLASS, kUint32, kNameUint32> {};
-template <> struct element_traits<std::uint64_t> : element_traits_base<std::uint64_t, ixUINT64_CLASS, kUint64, kNameUint64> {};
-template <> struct element_traits<float> : element_traits_base<float, ixSINGLE_CLASS, kSingle, kNameSingle> {};
-template <> struct element_traits<double> : element_traits_base<double, ixDOUBLE_CLASS, kDouble, kNameDouble> {};
-template <> struct element_traits<bool> : element_traits_base<bool, ixLOGICAL_CLASS, kLogical, kNameLogical> {};
-template <> struct element_traits<char16_t> : element_traits_base<char16_t, ixCHAR_CLASS, kChar, kNameChar> {};
+namespace type_search {
+template <class T, class... U>
+constexpr int index_of(type_list<U...>) {
+  int i = 0, found = -1;
+  ((std::is_same_v<T, U> ? found = i : 0, ++i), ...);
+  return found;
+}
+template <class... T>
+type_list<T...> as_list(std::tuple<T...>);
+// The types of the list for which Keep<T>::value holds, in order.
+template <template <class> class Keep, class... T>
+using filter = decltype(as_list(std::tuple_cat(std::conditional_t<Keep<T>::value, std::tuple<T>, std::tuple<>>{}...)));
+template <template <class> class Keep, class... T>
+filter<Keep, T...> filter_list(type_list<T...>);
+}  // namespace type_search
+
+// The properties of the class whose elements are T (a complex T: its part's).
+template <class T>
+struct element_traits {
+  using type = T;
+  static constexpr ixClassID class_id = ixtal::class_of_element<T>::id;
+  static constexpr IxtalType ixtal_type = IxtalType(type_search::index_of<T>(ixtal_element_types{}));
+  // The host class name, which is also the "tntype" name.
+  static constexpr const char* name = ixtal::class_of_element<T>::name;
+};
 template <class T> struct element_traits<std::complex<T>> : element_traits<T> {};
+
+namespace type_search {
+template <class T>
+constexpr bool numeric_element() {
+  if constexpr (index_of<T>(ixtal_element_types{}) < 0) return false;
+  else return ixtal::class_of_element<T>::numeric;
+}
+template <class T> struct numeric : std::bool_constant<numeric_element<T>()> {};
+template <class T> struct integer : std::bool_constant<numeric_element<T>() && std::is_integral_v<T>> {};
+}  // namespace type_search
+
+// Whether T is the element type of a numeric class, of an integer class.
+template <class T> inline constexpr bool is_numeric_element = type_search::numeric<T>::value;
+template <class T> inline constexpr bool is_integer_element = type_search::integer<T>::value;
+
+// The ten numeric classes and the eight integer ones, in "tntype" order.
+using numeric_types = decltype(type_search::filter_list<type_search::numeric>(ixtal_element_types{}));
+using integer_types = decltype(type_search::filter_list<type_search::integer>(ixtal_element_types{}));
 
 // A double x converts to the integer class T only when
 // integer_lower<T> < x < integer_upper<T>. For int64 the lower bound is
@@ -56,37 +87,22 @@ static_assert(integer_lower<std::int64_t> == -9223372036854775808.0);
 static_assert(integer_upper<std::int64_t> == 9223372036854775808.0);
 static_assert(integer_lower<std::uint64_t> == -1.0 && integer_upper<std::uint64_t> == 18446744073709551616.0);
 
-template <class... T> struct type_list {};
-
-using integer_types = type_list<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t, std::uint16_t,
-                                std::uint32_t, std::uint64_t>;
-using floating_types = type_list<float, double>;
-// The ten numeric classes, in "tntype" order.
-using numeric_types = type_list<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t, std::uint16_t,
-                                std::uint32_t, std::uint64_t, float, double>;
-
-template <class T> struct type_tag {
-  using type = T;
-};
-
-// Calls f(type_tag<T>{}) for each T of the list, in order.
-template <class... T, class F>
-constexpr void for_each_type(type_list<T...>, F&& f) {
-  (f(type_tag<T>{}), ...);
-}
-
 // Calls f(type_tag<T>{}) for the numeric T whose host class is cls; false
 // when cls is not numeric.
 template <class F>
 bool with_numeric_class(ixClassID cls, F&& f) {
-  bool found = false;
-  for_each_type(numeric_types{}, [&](auto tag) {
-    if (!found && element_traits<typename decltype(tag)::type>::class_id == cls) {
-      found = true;
-      f(tag);
-    }
-  });
-  return found;
+  return ixtal::visit_class(
+      cls,
+      [&](auto row) {
+        using Row = decltype(row);
+        if constexpr (Row::numeric) {
+          f(type_tag<typename Row::element_type>{});
+          return true;
+        } else {
+          return false;
+        }
+      },
+      [] { return false; });
 }
 
 }  // namespace ixtal_json::detail

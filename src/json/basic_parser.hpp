@@ -24,7 +24,7 @@
 #include "ixtal/text.hpp"
 #include "json/decimal.hpp"
 #include "json/limits.hpp"
-#include "json/parse_step.hpp"
+#include "json/parser.hpp"
 
 namespace dovra_json::detail {
 

@@ -16,17 +16,6 @@ namespace dovra_json {
 
 namespace fj = foundation::json;
 
-fj::Value parse(std::string_view utf8, unsigned char flags) {
-  const char* const begin = utf8.data();
-  const char* const end = begin + utf8.size();
-  const char* cur = begin;
-  fj::Value root;
-  if (const fj::ParseResult r = parse_value(cur, end, flags, root); r != fj::kParseOk)
-    throw fj::ParserException(begin, cur, end, r, fj::get_parse_result_description(r));
-  if (cur != end) throw fj::ParserException(begin, cur, end, fj::kParseOk, "Parse incomplete");
-  return root;
-}
-
 namespace {
 
 // Everything the user is told about a failed parse; the exception itself is

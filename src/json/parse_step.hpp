@@ -2,17 +2,10 @@
 
 // From a builtin's text argument to a JSON value tree.
 
-#include <string_view>
-
 #include "foundation/json/value.hpp"
 #include "ixtal/array.hpp"
 
 namespace dovra_json {
-
-// Parses UTF-8 text (flags: 0, or kAllowComments). Throws
-// foundation::json::ParserException on malformed text.
-inline constexpr unsigned char kAllowComments = 1;
-foundation::json::Value parse(std::string_view utf8, unsigned char flags = 0);
 
 // The parse step of the decode builtins: reads the argument (any char array
 // or a non-missing string scalar; anything else raises

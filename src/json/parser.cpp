@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "json/basic_parser.hpp"
+#include "json/parser_exception.hpp"
 
 namespace dovra_json {
 namespace {
@@ -19,12 +20,13 @@ class Parser : public detail::BasicParser<Parser> {
   // that matches, or else the failure that got furthest, the earlier
   // alternative among equals. Why the first byte decides: all six start on
   // the same byte. The string fails right there only for a byte other than
-  // '"' (8) or at the end (19); after a '"' it always fails further in. The
-  // number fails further in once the byte is '-' or a digit, and on that
-  // byte otherwise. Object and array fail on the byte unless it opens them,
-  // and the literals never move the cursor. So the alternative the byte
-  // selects is the only one that can get past it, and where none does, the
-  // string comes first among equals: 8 on that byte, or 19 at the end.
+  // '"' (kStringExpected) or at the end (kUnexpectedEnd); after a '"' it
+  // always fails further in. The number fails further in once the byte is
+  // '-' or a digit, and on that byte otherwise. Object and array fail on the
+  // byte unless it opens them, and the literals never move the cursor. So the
+  // alternative the byte selects is the only one that can get past it, and
+  // where none does, the string comes first among equals: kStringExpected on
+  // that byte, or kUnexpectedEnd at the end.
   ParseResult value(const char*& p, Value& out) {
     if (p == end()) return fj::kUnexpectedEnd;
     switch (*p) {
@@ -65,6 +67,17 @@ class Parser : public detail::BasicParser<Parser> {
 foundation::json::ParseResult parse_value(const char*& cur, const char* end, unsigned char flags,
                                           foundation::json::Value& out) {
   return Parser(end, flags, std::size_t(end - cur)).value(cur, out);
+}
+
+foundation::json::Value parse(std::string_view utf8, unsigned char flags) {
+  const char* const begin = utf8.data();
+  const char* const end = begin + utf8.size();
+  const char* cur = begin;
+  foundation::json::Value root;
+  if (const foundation::json::ParseResult r = parse_value(cur, end, flags, root); r != foundation::json::kParseOk)
+    throw foundation::json::ParserException(begin, cur, end, r, foundation::json::get_parse_result_description(r));
+  if (cur != end) throw foundation::json::ParserException(begin, cur, end, foundation::json::kParseOk, "Parse incomplete");
+  return root;
 }
 
 }  // namespace dovra_json

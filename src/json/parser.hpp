@@ -7,15 +7,26 @@
 // could not be read (on the backslash for a failure inside an escape, at the
 // end for text that stops too early).
 
+#include <string_view>
+
 #include "foundation/json/support.hpp"
 #include "foundation/json/value.hpp"
 
 namespace dovra_json {
 
+// Lets the parser skip /* */ and // comments as white space; the builtins
+// parse strictly.
+inline constexpr unsigned char kAllowComments = 1;
+
+// Parses the whole of a UTF-8 text (flags: 0, or kAllowComments). Throws
+// foundation::json::ParserException on malformed text or on anything after
+// the value.
+foundation::json::Value parse(std::string_view utf8, unsigned char flags = 0);
+
 // Reads one value starting at cur and leaves cur just after it (success) or
 // at the failure. What follows the value is not looked at. flags: 0 or
-// kAllowComments (parse_step.hpp). Arrays and objects nested deeper than
-// kMaxNestingDepth fail with kNestingTooDeep on their opening bracket.
+// kAllowComments. Arrays and objects nested deeper than kMaxNestingDepth
+// fail with kNestingTooDeep on their opening bracket.
 foundation::json::ParseResult parse_value(const char*& cur, const char* end, unsigned char flags,
                                           foundation::json::Value& out);
 

@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include "ixtal/array.hpp"
+#include "ixtal/classes.hpp"
 #include "ixtal/export.hpp"
 
 namespace fl::i18n {
@@ -32,19 +33,9 @@ inline owned_array from_ixtal(ixArray* a) noexcept { return owned_array(a); }
 
 // The class ID that holds elements of type T (complex types map to their
 // part's class).
-template <class T> struct class_id_of;
-template <> struct class_id_of<double> { static constexpr ixClassID value = ixDOUBLE_CLASS; };
-template <> struct class_id_of<float> { static constexpr ixClassID value = ixSINGLE_CLASS; };
-template <> struct class_id_of<std::int8_t> { static constexpr ixClassID value = ixINT8_CLASS; };
-template <> struct class_id_of<std::uint8_t> { static constexpr ixClassID value = ixUINT8_CLASS; };
-template <> struct class_id_of<std::int16_t> { static constexpr ixClassID value = ixINT16_CLASS; };
-template <> struct class_id_of<std::uint16_t> { static constexpr ixClassID value = ixUINT16_CLASS; };
-template <> struct class_id_of<std::int32_t> { static constexpr ixClassID value = ixINT32_CLASS; };
-template <> struct class_id_of<std::uint32_t> { static constexpr ixClassID value = ixUINT32_CLASS; };
-template <> struct class_id_of<std::int64_t> { static constexpr ixClassID value = ixINT64_CLASS; };
-template <> struct class_id_of<std::uint64_t> { static constexpr ixClassID value = ixUINT64_CLASS; };
-template <> struct class_id_of<bool> { static constexpr ixClassID value = ixLOGICAL_CLASS; };
-template <> struct class_id_of<char16_t> { static constexpr ixClassID value = ixCHAR_CLASS; };
+template <class T> struct class_id_of {
+  static constexpr ixClassID value = ixtal::class_of_element<T>::id;
+};
 template <class T> struct class_id_of<std::complex<T>> : class_id_of<T> {};
 
 template <class T> struct is_complex : std::false_type {};

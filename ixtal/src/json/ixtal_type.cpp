@@ -5,17 +5,34 @@
 #include <string>
 
 namespace {
-constexpr std::array<const char*, ixtal_json::detail::kIxtalTypeCount> kNames = {
-    "int8",   "int16",  "int32",   "int64", "uint8", "uint16", "uint32", "uint64", "single",
-    "double", "logical", "char", "cell", "struct", "object", "enum",   "string"};
-}
 
-ixtal_json::detail::IxtalType ixtal_type_for_name(std::string_view name) {
+using ixtal_json::detail::IxtalType;
+
+// The element types take their host class's name; the containers that are
+// host classes too take theirs. Enumerations and string arrays have no class
+// ID of their own.
+constexpr auto kNames = [] {
+  std::array<const char*, ixtal_json::detail::kIxtalTypeCount> names{};
+  std::size_t i = 0;
+  ixtal::for_each_of(ixtal_json::detail::ixtal_element_types{},
+                     [&](auto element) { names[i++] = ixtal::class_of_element<decltype(element)>::name; });
+  names[std::size_t(IxtalType::kCell)] = ixtal::info_of(ixCELL_CLASS).name;
+  names[std::size_t(IxtalType::kStruct)] = ixtal::info_of(ixSTRUCT_CLASS).name;
+  names[std::size_t(IxtalType::kObject)] = ixtal::info_of(ixOBJECT_CLASS).name;
+  names[std::size_t(IxtalType::kEnum)] = "enum";
+  names[std::size_t(IxtalType::kString)] = "string";
+  return names;
+}();
+
+}  // namespace
+
+IxtalType ixtal_type_for_name(std::string_view name) {
   for (std::size_t i = 0; i < kNames.size(); ++i)
-    if (name == kNames[i]) return static_cast<ixtal_json::detail::IxtalType>(i);
+    if (name == kNames[i]) return static_cast<IxtalType>(i);
   throw std::invalid_argument("unknown type name: " + std::string(name));
 }
 
-const char* ixtal_type_name(ixtal_json::detail::IxtalType type) noexcept {
-  return type >= 0 && type < ixtal_json::detail::kIxtalTypeCount ? kNames[std::size_t(type)] : "";
+const char* ixtal_type_name(IxtalType type) noexcept {
+  const auto i = static_cast<std::int32_t>(type);
+  return i >= 0 && i < ixtal_json::detail::kIxtalTypeCount ? kNames[std::size_t(i)] : "";
 }

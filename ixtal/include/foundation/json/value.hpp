@@ -61,9 +61,16 @@ IXTAL_API const char* alternative_name(int index) noexcept;
 
 class IXTAL_API Value {
  public:
-  enum Kind : std::int32_t {
+  // Scoped, so that no other kDouble or kString (IxtalType has both) can be
+  // taken for one of these. The names stay reachable as Value::kDouble
+  // (constants rather than `using enum`, which some compilers mishandle in
+  // templates).
+  enum class Kind : std::int32_t {
     kUndefined = 0, kNull = 1, kBool = 2, kDouble = 3, kString = 4, kArray = 5, kObject = 6, kFloat = 7
   };
+  static constexpr Kind kUndefined = Kind::kUndefined, kNull = Kind::kNull, kBool = Kind::kBool,
+                        kDouble = Kind::kDouble, kString = Kind::kString, kArray = Kind::kArray,
+                        kObject = Kind::kObject, kFloat = Kind::kFloat;
 
   Value() noexcept : index_(kUndefined), d_(0) {}
   Value(Null) noexcept : index_(kNull), d_(0) {}
@@ -107,7 +114,7 @@ class IXTAL_API Value {
     std::swap(d_, other.d_);
   }
 
-  std::int32_t index() const noexcept { return index_; }
+  Kind index() const noexcept { return index_; }
   bool is_undefined() const noexcept { return index_ == kUndefined; }
   bool is_null() const noexcept { return index_ == kNull; }
   bool is_bool() const noexcept { return index_ == kBool; }
@@ -120,15 +127,15 @@ class IXTAL_API Value {
   // Checked access: a reference to the held alternative, or std::runtime_error
   // "invalid conversion: <held> to <wanted>".
   template <class T> T& get() {
-    if (index_ != detail::alternative_index<T>::value)
-      detail::throw_invalid_conversion(index_, detail::alternative_index<T>::value);
+    if (std::int32_t(index_) != detail::alternative_index<T>::value)
+      detail::throw_invalid_conversion(std::int32_t(index_), detail::alternative_index<T>::value);
     return *unchecked_ptr<T>();
   }
   template <class T> const T& get() const { return const_cast<Value*>(this)->get<T>(); }
 
   // Pointer to the held alternative, or null.
   template <class T> T* get_if() noexcept {
-    return index_ == detail::alternative_index<T>::value ? unchecked_ptr<T>() : nullptr;
+    return std::int32_t(index_) == detail::alternative_index<T>::value ? unchecked_ptr<T>() : nullptr;
   }
   template <class T> const T* get_if() const noexcept { return const_cast<Value*>(this)->get_if<T>(); }
 
@@ -172,7 +179,7 @@ class IXTAL_API Value {
     index_ = kUndefined;
   }
 
-  std::int32_t index_;
+  Kind index_;
   union {
     bool b_;
     double d_;
