@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "convert.hpp"
-#include "ixtal/string_array.hpp"
 #include "numeric_classes.hpp"
 
 namespace py = pybind11;
@@ -59,21 +58,6 @@ matrix::owned_array numeric(const py::array& a, const NumericClass& c) {
   return out;
 }
 
-matrix::owned_array string_array(const py::array& a, const std::vector<ixSize>& dims) {
-  matrix::owned_array out(ixCreateStringArray(dims.size(), dims.data()));
-  auto flat = a.attr("ravel")("order"_a = "F");
-  ixSize i = 0;
-  for (auto e : flat) {
-    if (e.is_none()) Tovenar::String::setString(out.get(), i, std::nullopt);
-    else {
-      auto t = utf16(e);
-      Tovenar::String::setString(out.get(), i, std::u16string_view(t));
-    }
-    ++i;
-  }
-  return out;
-}
-
 matrix::owned_array record(const py::dict& d) {
   std::vector<std::string> names;
   for (auto item : d) {
@@ -89,12 +73,13 @@ matrix::owned_array record(const py::dict& d) {
 }
 
 // An object array of dicts that all have the same keys in the same order is
-// a structure array; one of str and None with at least one None is a string
-// array with missing elements; any other is a cell.
+// a structure array, except a 1x1 one, which would come back as a dict; any
+// other is a cell.  The library cannot write string
+// arrays, so an array of str (dtype 'U') is written as a cell of texts.
 matrix::owned_array objects(const py::array& a) {
   auto dims = host_dims(a);
   auto flat = py::list(a.attr("ravel")("order"_a = "F"));
-  bool dicts = py::len(flat) > 0, texts = true, any_none = false;
+  bool dicts = py::len(flat) > 1 || (py::len(flat) == 1 && a.ndim() > 2);
   py::object keys;
   for (auto e : flat) {
     if (py::isinstance<py::dict>(e)) {
@@ -102,10 +87,7 @@ matrix::owned_array objects(const py::array& a) {
       if (!keys) keys = k;
       else if (!k.equal(keys)) dicts = false;
     } else dicts = false;
-    if (e.is_none()) any_none = true;
-    else if (!py::isinstance<py::str>(e)) texts = false;
   }
-  if (texts && any_none) return string_array(a, dims);
   if (dicts) {
     std::vector<std::string> names;
     for (auto k : keys) names.push_back(k.cast<std::string>());
@@ -127,8 +109,7 @@ matrix::owned_array objects(const py::array& a) {
 matrix::owned_array ndarray(const py::array& a) {
   auto dt = a.dtype();
   if (const auto* c = numeric_class_of(dt)) return numeric(a, *c);
-  if (dt.kind() == 'U') return string_array(a, host_dims(a));
-  if (dt.kind() == 'O') return objects(a);
+  if (dt.kind() == 'O' || dt.kind() == 'U') return objects(a);
   throw py::type_error("dovra_json cannot encode a numpy.ndarray of dtype " + std::string(py::str(dt)));
 }
 
