@@ -28,9 +28,9 @@ class Error(ValueError):
         message: the catalog's message with the arguments filled in (also
             str(error)). For a parse error it ends with the context line and
             a caret under the failing byte.
-        line, column, offset: where a parse error was found (1-based line
-            and column, 0-based byte offset into the UTF-8 text); None for
-            every other error.
+        line, column, offset: where a parse error was found, as the
+            message gives them (line from 1; column and offset in bytes of
+            the UTF-8 text, from 0); None for every other error.
     """
 
     def __init__(self, message, identifier, arguments):
