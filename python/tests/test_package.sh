@@ -15,10 +15,14 @@ for f in usr/bin/dovra-json usr/share/man/man1/dovra-json.1 usr/include/ixtal/ho
          usr/lib/python3/dist-packages/dovra_json/__init__.py; do
   [ -e "$root/fs/$f" ] || { echo "missing in the package: $f"; exit 1; }
 done
-ls "$root"/fs/usr/lib*/libdovra_json_builtins.so* "$root"/fs/usr/lib*/cmake/ixtal/ixtalConfig.cmake "$root"/fs/usr/lib*/*/cmake/ixtal/ixtalConfig.cmake 2>/dev/null | grep -q . || true
+for name in libdovra_json_builtins.so libixtal.so ixtalConfig.cmake; do
+  [ -n "$(find "$root/fs/usr/lib" -name "$name")" ] || { echo "missing in the package: $name"; exit 1; }
+done
 # Relocated: only $ORIGIN-relative RPATHs can find the libraries.
 out=$("$root/fs/usr/bin/dovra-json" decode --text '[1,2]')
 [[ $out == "2x1 double"* ]] || { echo "dovra-json said: $out"; exit 1; }
+# From the scratch root: -c puts the working directory first on the path.
+cd "$root"
 PYTHONPATH="$root/fs/usr/lib/python3/dist-packages" /usr/bin/python3 -c '
 import sys, dovra_json
 assert dovra_json.__file__.startswith(sys.argv[1]), dovra_json.__file__
