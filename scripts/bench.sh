@@ -15,10 +15,11 @@
 #                          or --benchmark_repetitions=3]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time
+bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
+  python3-pybind11 pybind11-dev python3-ujson python3-rapidjson
 python3 bench/gen_data.py
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
-cmake --build build-bench -j2 --target dovra_bench dovra_process_peer dovra-json >/dev/null
+cmake --build build-bench -j2 --target dovra_bench dovra_process_peer dovra-json dovra_json_native >/dev/null
 
 bin=build-bench/bin/dovra_bench
 out=build-bench/bench-results
@@ -43,3 +44,7 @@ echo
 python3 bench/summarize.py --peak "$out/peak_rss.jsonl" "$out"/case-*.json | tee "$out/summary.md"
 echo
 /usr/bin/python3 bench/process_bench.py build-bench bench/data/doubles_1000x1000.json | tee -a "$out/summary.md"
+
+echo
+echo "Python: dovra_json against json, ujson and rapidjson with NumPy"
+PYTHONPATH=build-bench/python /usr/bin/python3 bench/python_bench.py bench/data | tee "$out/python.md"
