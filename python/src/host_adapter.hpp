@@ -1,8 +1,7 @@
 #pragma once
 
-// Everything the Python module asks of the runtime's host interface, in one
-// place: when the runtime offers a shared host kit, only this file and its
-// source change.
+// Everything the Python module asks of the runtime, in one place: the host
+// kit does the work; the module sees only these few calls.
 
 #include <cstdint>
 #include <string_view>
