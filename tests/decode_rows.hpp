@@ -8,33 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "support/host.hpp"
+#include "support/builders.hpp"
 
 namespace dovra_test {
 
-using shared_array = std::shared_ptr<ixArray>;
-inline shared_array share(owned_array a) { return shared_array(a.release(), matrix::array_deleter()); }
-inline std::vector<owned_array> copies(const std::vector<shared_array>& arrays) {
-  std::vector<owned_array> out;
-  for (const auto& a : arrays) out.emplace_back(ixDuplicateArray(a.get()));
-  return out;
-}
-
-template <class T>
-shared_array N(const std::vector<T>& data, std::vector<ixSize> dims) { return share(make_numeric<T>(data, dims)); }
-inline shared_array D(const std::vector<double>& data, std::vector<ixSize> dims) { return N<double>(data, dims); }
-inline shared_array L(const std::vector<bool>& data, std::vector<ixSize> dims) { return N<bool>(data, dims); }
-inline shared_array Ch(std::u16string_view chars, std::vector<ixSize> dims) { return share(make_char(chars, dims)); }
-inline shared_array Cell(const std::vector<shared_array>& elements, std::vector<ixSize> dims) {
-  return share(make_cell(copies(elements), dims));
-}
-inline shared_array St(const std::vector<std::string>& fields, const std::vector<shared_array>& values,
-                       std::vector<ixSize> dims) {
-  return share(make_struct(fields, copies(values), dims));
-}
-
 inline constexpr double kNaN = NAN, kInf = INFINITY;
-using S = std::string;  // message arguments are UTF-8 texts
 
 inline std::string shape_of(const ixArray* a) {
   std::string s = std::string(ixGetClassName(a)) + (ixIsComplex(a) ? " complex" : "");

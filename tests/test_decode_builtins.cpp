@@ -9,10 +9,10 @@ namespace {
 const char* const kBoth[] = {ixtal::kJsonDecodeName, ixtal::kJsonDecodeResponseName};
 
 TEST(DecodeBuiltins, ResponseShapes) {
-  const auto no = L({false}, {1, 1});
-  expect_decodes({{R"({"lhs":[1,"a",true]})", Cell({D({1}, {1, 1}), Ch(u"a", {1, 1}), L({true}, {1, 1})}, {3, 1})},
-                  {R"({"rhs":0,"lhs":[[1,2],{}]})", Cell({D({1, 2}, {2, 1}), St({}, {}, {1, 1})}, {2, 1})},
-                  {R"({"lhs":[]})", Cell({}, {0, 1})},
+  const auto no = logicals({false}, {1, 1});
+  expect_decodes({{R"({"lhs":[1,"a",true]})", cell({doubles({1}, {1, 1}), chars(u"a", {1, 1}), logicals({true}, {1, 1})}, {3, 1})},
+                  {R"({"rhs":0,"lhs":[[1,2],{}]})", cell({doubles({1, 2}, {2, 1}), structure({}, {}, {1, 1})}, {2, 1})},
+                  {R"({"lhs":[]})", cell({}, {0, 1})},
                   {R"({"lhs":{}})", no}, {R"({"lhs":null})", no}, {R"({"rhs":[1]})", no}, {R"({"Lhs":[1]})", no},
                   {"[1,2]", no}, {"null", no}, {"1", no}, {R"("lhs")", no}},
                  &decode_response);

@@ -38,11 +38,11 @@ TEST(DecodeLarge, IntegerClassBounds) {
     const double lo = integer_lower<T>, hi = integer_upper<T>;
     expect_decodes({
         {large(name, "[1,3]", "[" + number(inside(lo)) + "," + number(inside(hi)) + ",1e0]"),
-         N<T>({T(inside(lo)), T(inside(hi)), 1}, {1, 3})},
-        {large(name, "[1,1]", "[-0,7.0]", cx), N<std::complex<T>>({{0, 7}}, {1, 1})},
+         numeric<T>({T(inside(lo)), T(inside(hi)), 1}, {1, 3})},
+        {large(name, "[1,1]", "[-0,7.0]", cx), numeric<std::complex<T>>({{0, 7}}, {1, 1})},
     });
     std::vector<failure_row> rows;
-    for (const std::string& bad : {number(lo), number(hi), S("1.5"), S("true"), S(R"({"tndata":"NaN"})")})
+    for (const std::string& bad : {number(lo), number(hi), std::string("1.5"), std::string("true"), std::string(R"({"tndata":"NaN"})")})
       rows.push_back({large(name, "[1,1]", "[" + bad + "]"), "DecodeInvalidIntegralElem", {name}});
     expect_failures(rows);
   });
@@ -52,16 +52,16 @@ TEST(DecodeLarge, FloatingAndLogicalClasses) {
   const float big = std::numeric_limits<float>::max();
   const std::string above = number(std::nextafter(double(big), kInf));  // would round to big, still out
   expect_decodes({
-      {large("double", "[1,2]", R"([1e999,{"tndata":"NaN"}])"), D({kInf, kNaN}, {1, 2})},
+      {large("double", "[1,2]", R"([1e999,{"tndata":"NaN"}])"), doubles({kInf, kNaN}, {1, 2})},
       {large("single", "[1,4]", "[" + number(big) + ",-" + number(big) + R"(,1e-50,{"tndata":"-Inf"}])"),
-       N<float>({big, -big, 0, -INFINITY}, {1, 4})},
-      {large("logical", "[2,1]", "[true,false]", cx), L({true, false}, {2, 1})},  // logical has no complex form
+       numeric<float>({big, -big, 0, -INFINITY}, {1, 4})},
+      {large("logical", "[2,1]", "[true,false]", cx), logicals({true, false}, {2, 1})},  // logical has no complex form
   });
   expect_failures({
-      {large("double", "[1,2]", R"([1,"Inf"])"), "DecodeInvalidFloatingElem", {S("double")}},
-      {large("single", "[1,1]", "[" + above + "]"), "DecodeInvalidFloatingElem", {S("single")}},
-      {large("single", "[1,1]", "[-" + above + "]"), "DecodeInvalidFloatingElem", {S("single")}},
-      {large("single", "[1,1]", R"([{"tndata":"inf"}])"), "DecodeInvalidFloatingElem", {S("single")}},
+      {large("double", "[1,2]", R"([1,"Inf"])"), "DecodeInvalidFloatingElem", {std::string("double")}},
+      {large("single", "[1,1]", "[" + above + "]"), "DecodeInvalidFloatingElem", {std::string("single")}},
+      {large("single", "[1,1]", "[-" + above + "]"), "DecodeInvalidFloatingElem", {std::string("single")}},
+      {large("single", "[1,1]", R"([{"tndata":"inf"}])"), "DecodeInvalidFloatingElem", {std::string("single")}},
       {large("logical", "[1,1]", "[1]"), "DecodeInvalidLogicalElem"},
   });
 }
@@ -70,44 +70,44 @@ TEST(DecodeLarge, FloatingAndLogicalClasses) {
 // met before that point wins.
 TEST(DecodeLarge, DataCountAndComplexData) {
   expect_decodes({{large("double", "[2,1]", R"([1,2,{"tndata":"NaN"},-0])", cx),
-                   N<std::complex<double>>({{1, 2}, {kNaN, -0.0}}, {2, 1})}});
+                   numeric<std::complex<double>>({{1, 2}, {kNaN, -0.0}}, {2, 1})}});
   expect_failures({
       {large("double", "[1,2]", "[1]"), "DecodeMismatchedTNSize"},
       {large("double", "[1,1]", R"([1,"x"])"), "DecodeMismatchedTNSize"},
-      {large("double", "[1,3]", R"(["x"])"), "DecodeInvalidFloatingElem", {S("double")}},
+      {large("double", "[1,3]", R"(["x"])"), "DecodeInvalidFloatingElem", {std::string("double")}},
       {large("double", "[0,5]", "[1]"), "DecodeMismatchedTNSize"},
       {large("double", "[1,1]", "[1]", cx), "DecodeIncompleteComplexData"},
       {large("double", "[1,1]", "[1,2,3]", cx), "DecodeMismatchedTNSize"},  // full after one pair
       {large("double", "[1,2]", "[1,2,3]", cx), "DecodeIncompleteComplexData"},
       {large("double", "[1,1]", "[]", cx), "DecodeMismatchedTNSize"},
-      {large("double", "[1,1]", R"(["x"])", cx), "DecodeInvalidFloatingElem", {S("double")}},
+      {large("double", "[1,1]", R"(["x"])", cx), "DecodeInvalidFloatingElem", {std::string("double")}},
       {large("double", "[1,1]", R"([1,2,"x"])", cx), "DecodeMismatchedTNSize"},
       {large("double", "[1,1]", "[1,2]", R"(,"tncomplex":"yes")"), "DecodeInvalidPropertyType",
-       {S("tncomplex"), S("boolean")}},
-      {large("double", "[1,1]", "1", R"(,"tncomplex":"yes")"), "DecodeInvalidTNDataType", {S("double"), S("array")}},
+       {std::string("tncomplex"), std::string("boolean")}},
+      {large("double", "[1,1]", "1", R"(,"tncomplex":"yes")"), "DecodeInvalidTNDataType", {std::string("double"), std::string("array")}},
   });
 }
 
 // Which check speaks first, and what a "tnsize" may hold.
 TEST(DecodeLarge, ObjectReaderAndTnsize) {
   expect_decodes({
-      {large("double", "[1,1,2,1,1]", "[1,2]"), D({1, 2}, {1, 1, 2})},
-      {large("double", "[-0,0]", "[]"), D({}, {0, 0})},
-      {R"({"tndata":"NaN"})", D({kNaN}, {1, 1})},
-      {R"({"tnsize":[1,1],"tndata":"-Inf"})", D({-kInf}, {1, 1})},
+      {large("double", "[1,1,2,1,1]", "[1,2]"), doubles({1, 2}, {1, 1, 2})},
+      {large("double", "[-0,0]", "[]"), doubles({}, {0, 0})},
+      {R"({"tndata":"NaN"})", doubles({kNaN}, {1, 1})},
+      {R"({"tnsize":[1,1],"tndata":"-Inf"})", doubles({-kInf}, {1, 1})},
   });
   expect_failures({
       {R"({"tntype":"double","tndata":[1]})", "DecodeMissingTNSizeOrTNData"},
       {R"({"tntype":"double","tnsize":[1,1]})", "DecodeMissingTNSizeOrTNData"},
-      {R"({"tntype":5,"tnsize":5,"tndata":[]})", "DecodeInvalidPropertyType", {S("tnsize"), S("array")}},
-      {R"({"tntype":5,"tnsize":[1,1],"tndata":[]})", "DecodeInvalidPropertyType", {S("tntype"), S("string")}},
-      {large("Double", "[1]", "[1]"), "DecodeInvalidTNType", {S("Double")}},
+      {R"({"tntype":5,"tnsize":5,"tndata":[]})", "DecodeInvalidPropertyType", {std::string("tnsize"), std::string("array")}},
+      {R"({"tntype":5,"tnsize":[1,1],"tndata":[]})", "DecodeInvalidPropertyType", {std::string("tntype"), std::string("string")}},
+      {large("Double", "[1]", "[1]"), "DecodeInvalidTNType", {std::string("Double")}},
       {large("double", "[3]", "5"), "DecodeInvalidTNSize"},
       {large("double", "[1,3.5]", "[]"), "DecodeInvalidTNSize"},
       {large("double", R"([1,"3"])", "[]"), "DecodeInvalidTNSize"},
       {large("double", "[-1,1]", "[]"), "DecodeInvalidTNSize"},
       {large("double", "[18446744073709551616,0]", "[]"), "DecodeInvalidTNSize"},
-      {large("int8", "[1,1]", "5"), "DecodeInvalidTNDataType", {S("int8"), S("array")}},
+      {large("int8", "[1,1]", "5"), "DecodeInvalidTNDataType", {std::string("int8"), std::string("array")}},
       {R"({"tndata":"nan"})", "DecodeMissingTNTypeOrTNSize"},
       {R"({"tndata":1})", "DecodeMissingTNTypeOrTNSize"},
   });
@@ -115,12 +115,12 @@ TEST(DecodeLarge, ObjectReaderAndTnsize) {
 
 TEST(DecodeLarge, CharData) {
   expect_decodes({
-      {large("char", "[2,3]", R"(["adbecf"])"), Ch(u"adbecf", {2, 3})},  // rows "abc" and "def"
-      {large("char", "[0,0]", R"([""])"), Ch(u"", {0, 0})},
-      {large("char", "[1,3]", R"(["é😀"])"), Ch(u"é😀", {1, 3})},
+      {large("char", "[2,3]", R"(["adbecf"])"), chars(u"adbecf", {2, 3})},  // rows "abc" and "def"
+      {large("char", "[0,0]", R"([""])"), chars(u"", {0, 0})},
+      {large("char", "[1,3]", R"(["é😀"])"), chars(u"é😀", {1, 3})},
   });
   expect_failures({
-      {large("char", "[1,5]", R"("hello")"), "DecodeInvalidTNDataType", {S("char"), S("array")}},
+      {large("char", "[1,5]", R"("hello")"), "DecodeInvalidTNDataType", {std::string("char"), std::string("array")}},
       {large("char", "[1,5]", R"(["he","llo"])"), "DecodeInvalidCharArrayTNData"},
       {large("char", "[1,1]", "[5]"), "DecodeInvalidCharArrayTNData"},
       {large("char", "[1,4]", R"(["hello"])"), "DecodeMismatchedTNSize"},
@@ -133,7 +133,7 @@ TEST(DecodeLarge, CharData) {
 TEST(DecodeLarge, HugeSizesAllocateNothing) {
   const failure_row rows[] = {
       {large("double", "[100000,100000,100000]", "[1,2,3]"), "DecodeMismatchedTNSize"},
-      {large("uint16", "[100000,100000,100000]", "[1,-2,3]"), "DecodeInvalidIntegralElem", {S("uint16")}},
+      {large("uint16", "[100000,100000,100000]", "[1,-2,3]"), "DecodeInvalidIntegralElem", {std::string("uint16")}},
       {large("int32", "[100000,100000,1]", "[1,2,3]", cx), "DecodeIncompleteComplexData"},
       {large("double", "[4294967296,4294967296,2]", "[1]"), "DecodeMismatchedTNSize"},  // 2^65 elements
       {large("char", "[100000,100000]", R"(["ab"])"), "DecodeMismatchedTNSize"},
@@ -141,8 +141,8 @@ TEST(DecodeLarge, HugeSizesAllocateNothing) {
       {large("string", "[100000,100000]", "[null]"), "DecodeMismatchedTNSize"},
       {large("struct", "[4294967296,4294967296,2]", "{}"), "DecodeMismatchedTNSize"},
       {large("logical", "[18446744073709549568,2]", "[true]"), "DecodeMismatchedTNSize"},
-      {large("double", "[100000,100000,100000]", "[1,true]"), "DecodeInvalidFloatingElem", {S("double")}},
-      {large("int8", "[100000,100000,100000]", "[1,1000]"), "DecodeInvalidIntegralElem", {S("int8")}},
+      {large("double", "[100000,100000,100000]", "[1,true]"), "DecodeInvalidFloatingElem", {std::string("double")}},
+      {large("int8", "[100000,100000,100000]", "[1,1000]"), "DecodeInvalidIntegralElem", {std::string("int8")}},
   };
   for (const failure_row& row : rows) {
     SCOPED_TRACE(row.json);

@@ -22,7 +22,7 @@ namespace fj = foundation::json;
 
 std::string shown(const std::string& text) { return fj::Serializer().to_string(fj::Value(text)); }
 
-TEST(json_location, LineColumnContextAndCaret) {
+TEST(JsonLocation, LineColumnContextAndCaret) {
   const std::string long_line = std::string(120, 'a') + std::string(80, 'b') + "X" + std::string(150, 'c');
   const struct {
     std::string text;
@@ -61,7 +61,7 @@ fj::ParserException failure_of_parse(const std::string& text) {
   throw std::logic_error(text + " was accepted");
 }
 
-TEST(json_parser_exception, MessageCarriesCodeDescriptionAndPosition) {
+TEST(JsonParserException, MessageCarriesCodeDescriptionAndPosition) {
   const auto e = failure_of_parse("{\"a\":\n  [1,]}");
   EXPECT_EQ(e.result(), fj::kStringExpected);
   EXPECT_EQ(e.offset(), 11u);
@@ -77,7 +77,7 @@ std::u16string catalog_u16(const resource_core::BaseMsgID& key) {
       fl::i18n::MessageCatalog::get_message(key, fl::i18n::TnLocale::global()));
 }
 
-TEST(json_parse_step, RaisesTheKeyOfTheCodeWithPositionTexts) {
+TEST(JsonParseStep, RaisesTheKeyOfTheCodeWithPositionTexts) {
   const std::string too_deep = std::string(dovra_json::kMaxNestingDepth + 1, '[');
   const struct {
     std::string text;
@@ -107,7 +107,7 @@ TEST(json_parse_step, RaisesTheKeyOfTheCodeWithPositionTexts) {
   }
 }
 
-TEST(json_parse_step, ReadsAnyCharArrayOrAStringScalar) {
+TEST(JsonParseStep, ReadsAnyCharArrayOrAStringScalar) {
   // storage order spells [1,22]: the shape of a char array does not matter
   const auto chars = dovra_test::make_char(u"[1,22]", {2, 3});
   EXPECT_EQ(dovra_json::parse_text_argument(chars.get()), fj::Value(fj::Array{1, 22}));
@@ -115,7 +115,7 @@ TEST(json_parse_step, ReadsAnyCharArrayOrAStringScalar) {
   EXPECT_EQ(dovra_json::parse_text_argument(scalar.get()), fj::Value(fj::Object{{"a", true}}));
 }
 
-TEST(json_parse_step, AnyOtherArgumentIsOneError) {
+TEST(JsonParseStep, AnyOtherArgumentIsOneError) {
   const auto two_strings = dovra_test::make_strings({u"1", u"2"}, {1, 2});
   const auto missing = dovra_test::make_strings({std::nullopt}, {1, 1});
   const auto number = dovra_test::make_double({1}, {1, 1});

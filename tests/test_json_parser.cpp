@@ -45,7 +45,7 @@ struct Accepted {
   unsigned char flags = 0;
 };
 
-TEST(json_parser, AcceptsAndBuildsTheTree) {
+TEST(JsonParser, AcceptsAndBuildsTheTree) {
   const double inf = std::numeric_limits<double>::infinity();
   const Accepted rows[] = {
       {"0123", 123.0},
@@ -85,7 +85,7 @@ struct Rejected {
   unsigned char flags = 0;
 };
 
-TEST(json_parser, RejectsWithCodeAndPosition) {
+TEST(JsonParser, RejectsWithCodeAndPosition) {
   const std::string too_deep = nested(dovra_json::kMaxNestingDepth + 1);
   const Rejected rows[] = {
       {"", 19, 0},
@@ -209,7 +209,7 @@ std::string mutated(std::string s, std::mt19937& rng) {
   return s;
 }
 
-TEST(json_parser, FirstByteDispatchAgreesWithTheOrderedChoice) {
+TEST(JsonParser, FirstByteDispatchAgreesWithTheOrderedChoice) {
   const std::string seeds[] = {
       R"({"a":[1,-2.5e+3,0.0E-0,true,false,null],"b":{},"c":"x\u00e9\n\"q"})",
       R"([0123,-007,"\ud83d\ude00","\ud83dabcdef","\udc00"])",
@@ -240,7 +240,7 @@ TEST(json_parser, FirstByteDispatchAgreesWithTheOrderedChoice) {
 
 std::uint64_t bits(double d) { return std::bit_cast<std::uint64_t>(d); }
 
-TEST(json_string_to_double, RoundsCorrectlyAndSaturatesOutOfRange) {
+TEST(JsonStringToDouble, RoundsCorrectlyAndSaturatesOutOfRange) {
   const double inf = std::numeric_limits<double>::infinity();
   const struct {
     std::string text;
@@ -271,7 +271,7 @@ TEST(json_string_to_double, RoundsCorrectlyAndSaturatesOutOfRange) {
 // The parser takes a quick path for numbers whose digits fit 64 bits and
 // whose power of ten is small; whichever path a number takes, its double is
 // the general conversion's.
-TEST(json_parser_numbers, AgreeWithTheGeneralConversion) {
+TEST(JsonParserNumbers, AgreeWithTheGeneralConversion) {
   const std::string rows[] = {
       "0", "-0", "0e5", "-0.0e-5", "0123", "-0123", "7", "0.1", "0.5e1", "1E+2", "123456789012345678",
       "9007199254740992", "9007199254740993",    // 2^53 + 1: halfway between two doubles
@@ -302,7 +302,7 @@ TEST(json_parser_numbers, AgreeWithTheGeneralConversion) {
   }
 }
 
-TEST(json_u16_to_u8, WritesReplacementForUnpairedSurrogates) {
+TEST(JsonU16ToU8, WritesReplacementForUnpairedSurrogates) {
   const struct {
     char16_t first, second;
     bool has_second;

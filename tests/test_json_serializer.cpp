@@ -34,7 +34,7 @@ std::string pretty(const Value& v) {
   return s.to_string(v);
 }
 
-TEST(json_serializer, WritesCompactAndPrettyText) {
+TEST(JsonSerializer, WritesCompactAndPrettyText) {
   const struct {
     Value value;
     std::string compact, pretty;
@@ -98,7 +98,7 @@ std::string reference(float f) {
 // Every number, alone and as an element of a compact array (two paths in
 // the writer), against the general conversion, over values drawn from the
 // places where the digit choice or the notation changes.
-TEST(json_serializer, NumbersMatchTheGeneralConversion) {
+TEST(JsonSerializer, NumbersMatchTheGeneralConversion) {
   std::mt19937_64 rng(3);
   auto bits = [&] { return std::bit_cast<double>(rng()); };
   auto whole = [&] {  // with trailing zeros a quarter of the time
@@ -154,7 +154,7 @@ TEST(json_serializer, NumbersMatchTheGeneralConversion) {
 // Whole numbers are written from a digit table, alone and, on another
 // path, as elements of a compact array; both must agree with the general
 // conversion, which writes scientific notation when it is shorter.
-TEST(json_serializer, WholeNumbersAtTheBoundsOfTheDigitPath) {
+TEST(JsonSerializer, WholeNumbersAtTheBoundsOfTheDigitPath) {
   const struct {
     double value;
     const char* text;
@@ -199,7 +199,7 @@ TEST(json_serializer, WholeNumbersAtTheBoundsOfTheDigitPath) {
 }
 
 // Every m * 10^k and its neighbours, for two-digit m, in both positions.
-TEST(json_serializer, WholeNumbersNearPowersOfTenMatchTheGeneralConversion) {
+TEST(JsonSerializer, WholeNumbersNearPowersOfTenMatchTheGeneralConversion) {
   for (int k = 0; k <= 16; ++k) {
     for (int m = 1; m < 100; ++m) {
       for (int delta = -1; delta <= 1; ++delta) {
@@ -217,7 +217,7 @@ TEST(json_serializer, WholeNumbersNearPowersOfTenMatchTheGeneralConversion) {
 
 // Long texts pass through the writer in pieces; a piece boundary must not
 // show. Each long text is compared with its parts written one by one.
-TEST(json_serializer, LongTextIsTheSumOfItsParts) {
+TEST(JsonSerializer, LongTextIsTheSumOfItsParts) {
   std::mt19937_64 rng(5);
   Array mixed;
   std::string expected_compact = "[", expected_pretty = "[";
@@ -253,7 +253,7 @@ TEST(json_serializer, LongTextIsTheSumOfItsParts) {
   EXPECT_EQ(compact(Array{long_string, 7.0}), "[\"" + expected_inner + "\",7]");
 }
 
-TEST(json_serializer, RefusesNonFiniteNumbersAndLeavesNoPartialText) {
+TEST(JsonSerializer, RefusesNonFiniteNumbersAndLeavesNoPartialText) {
   const double inf = std::numeric_limits<double>::infinity();
   const Value bad[] = {std::nan(""), -inf, std::numeric_limits<float>::infinity(), std::nanf(""),
                        Object{{"a", Array{1, "x", Object{{"z", inf}}}}}};
@@ -318,7 +318,7 @@ class TreeMaker {
 
 // Pretty text, one-line rows included, reads back to the value of the
 // compact text.
-TEST(json_serializer, ParserReadsBackWhatItWrites) {
+TEST(JsonSerializer, ParserReadsBackWhatItWrites) {
   for (unsigned seed = 1; seed <= 600; ++seed) {
     const Value tree = TreeMaker(seed).make(5);
     for (const std::string& text : {compact(tree), pretty(tree)}) {
@@ -332,7 +332,7 @@ TEST(json_serializer, ParserReadsBackWhatItWrites) {
 // The UTF-16 output is the conversion of the UTF-8 text, made in pieces:
 // trees with strings of any bytes (sequences cut by a piece boundary, and
 // ill-formed ones), and long texts of multibyte characters.
-TEST(json_serializer, Utf16TextIsTheConversionOfTheUtf8Text) {
+TEST(JsonSerializer, Utf16TextIsTheConversionOfTheUtf8Text) {
   const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
   auto check = [&](const Value& v, const std::string& name) {
     for (const bool pretty : {false, true}) {
@@ -359,7 +359,7 @@ TEST(json_serializer, Utf16TextIsTheConversionOfTheUtf8Text) {
   }
 }
 
-TEST(json_serializer, FloatsReadBackAsDoublesThatNarrowToThem) {
+TEST(JsonSerializer, FloatsReadBackAsDoublesThatNarrowToThem) {
   TreeMaker maker(11);
   for (int i = 0; i < 100000; ++i) {
     const float f = maker.finite<float>();

@@ -16,7 +16,7 @@ using fj::Array;
 using fj::Object;
 using fj::Value;
 
-TEST(json_value, CopiesAreDeepMovesTransferTheBox) {
+TEST(JsonValue, CopiesAreDeepMovesTransferTheBox) {
   const std::string text = R"({"b":[1,{"c":"x"}],"a":"y\u0000z"})";
   Value source = dovra_json::parse(text);
   Value copy = source;
@@ -46,7 +46,7 @@ std::string conversion_failure(const Value& v) {
   return "no failure";
 }
 
-TEST(json_value, TypedAccessNamesHeldAndWantedAlternatives) {
+TEST(JsonValue, TypedAccessNamesHeldAndWantedAlternatives) {
   const Value all[] = {Value(), Value(fj::Null{}), Value(true), Value(1.5), Value("s"),
                        Value(Array{}), Value(Object{}), Value(1.5f)};
   const char* names[] = {"undefined", "null", "boolean", "double", "string", "array", "object", "float"};
