@@ -168,6 +168,10 @@ template <class Internal, const char* C, const char* K, class... Args, std::size
 void check_mapping(std::type_identity<dovra_errors::msg_key<C, K, Args...>>, std::index_sequence<I...>) {
   const std::string identifier = std::string(C) + ":" + K;
   SCOPED_TRACE(identifier);
+  // The debugging text names what the class carries.
+  const std::string what = Internal(sample<Args>::at(I)...).what();
+  for (const std::string& member : std::vector<std::string>{std::string(sample<Args>::at(I))...})
+    EXPECT_NE(what.find(member), std::string::npos) << what;
   auto failure = dovra_test::failure_of(
       [] { dovra_errors::translate_decode_errors([] { throw Internal(sample<Args>::at(I)...); }); });
   ASSERT_TRUE(failure);
