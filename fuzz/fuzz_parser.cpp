@@ -1,7 +1,9 @@
 // Arbitrary bytes through the parser, with comments off and on. Whatever the
 // parser rejects must be reported at a place inside the text with a location
 // that agrees with it; whatever it accepts must come back as the same tree
-// through the serializer, compact and pretty alike.
+// through the serializer, compact and pretty alike. The same input read as
+// UTF-16 (each byte a unit, and each pair of bytes a unit) must be accepted
+// by the UTF-16 reading exactly when its UTF-8 form is, with the same tree.
 
 #include <algorithm>
 #include <cmath>
@@ -14,6 +16,7 @@
 
 #include "foundation/json/serializer.hpp"
 #include "json/parser.hpp"
+#include "ixtal/text.hpp"
 #include "json/parser_exception.hpp"
 
 namespace {
@@ -63,6 +66,17 @@ void check_round_trip(const fj::Value& tree) {
   }
 }
 
+void check_utf16_reading(const std::u16string& text) {
+  const std::string bytes = fl::i18n::codecvt_ustring_to_string("UTF-8")(text);
+  const char *p8 = bytes.data(), *end8 = p8 + bytes.size();
+  const char16_t *p16 = text.data(), *end16 = p16 + text.size();
+  fj::Value v8, v16;
+  const bool ok8 = dovra_json::parse_value(p8, end8, 0, v8) == fj::kParseOk && p8 == end8;
+  const bool ok16 = dovra_json::parse_value(p16, end16, 0, v16) == fj::kParseOk && p16 == end16;
+  require(ok8 == ok16, "UTF-16 and UTF-8 readings accept the same texts");
+  require(!ok8 || v8 == v16, "UTF-16 and UTF-8 readings give the same tree");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -74,5 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       check_report(text, e);
     }
   }
+  check_utf16_reading(std::u16string(data, data + size));
+  std::u16string pairs(size / 2, u'\0');
+  for (std::size_t i = 0; i < pairs.size(); ++i) pairs[i] = char16_t(data[2 * i] | data[2 * i + 1] << 8);
+  check_utf16_reading(pairs);
   return 0;
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -16,6 +17,7 @@
 #include "json/limits.hpp"
 #include "json/parser.hpp"
 #include "json/parser_exception.hpp"
+#include "ixtal/text.hpp"
 
 namespace {
 
@@ -209,18 +211,20 @@ std::string mutated(std::string s, std::mt19937& rng) {
   return s;
 }
 
+const std::string kSeeds[] = {
+    R"({"a":[1,-2.5e+3,0.0E-0,true,false,null],"b":{},"c":"x\u00e9\n\"q"})",
+    R"([0123,-007,"\ud83d\ude00","\ud83dabcdef","\udc00"])",
+    R"({ "k" : [ { } , [ ] , "v" ] , "k" : 1e5 })",
+    R"([[[["deep"]]],{"x":{"y":{"z":-0}}}])",
+    R"("plain \/ text \\ with \b\f\r\t escapes")",
+    "[true, false ,null\t,\n1.5e-7]",
+    R"([12345678901234567890.12345678901234e-5,"abcdefghijklmnopqrstuvwxyz0123456789 long enough"])",
+};
+
 TEST(JsonParser, FirstByteDispatchAgreesWithTheOrderedChoice) {
-  const std::string seeds[] = {
-      R"({"a":[1,-2.5e+3,0.0E-0,true,false,null],"b":{},"c":"x\u00e9\n\"q"})",
-      R"([0123,-007,"\ud83d\ude00","\ud83dabcdef","\udc00"])",
-      R"({ "k" : [ { } , [ ] , "v" ] , "k" : 1e5 })",
-      R"([[[["deep"]]],{"x":{"y":{"z":-0}}}])",
-      R"("plain \/ text \\ with \b\f\r\t escapes")",
-      "[true, false ,null\t,\n1.5e-7]",
-  };
   std::mt19937 rng(20240611);
   std::vector<std::string> inputs;
-  for (const auto& seed : seeds) {
+  for (const auto& seed : kSeeds) {
     for (std::size_t n = 0; n <= seed.size(); ++n) inputs.push_back(seed.substr(0, n));
     for (int i = 0; i < 4000; ++i) inputs.push_back(mutated(seed, rng));
   }
@@ -236,6 +240,59 @@ TEST(JsonParser, FirstByteDispatchAgreesWithTheOrderedChoice) {
                       << ", ordered choice " << slow_code << " at " << slow - text.data();
     if (!same && ++failures == 10) break;
   }
+}
+
+// Units whose low byte is grammar, text beyond ASCII, and surrogates alone
+// and in pairs, besides the grammar itself.
+std::u16string mutated(std::u16string s, std::mt19937& rng) {
+  static const std::u16string kUnits =
+      u"{}[],:\"\\/-+.0123456789eEutfnrlsa \n\x01\u00e9\u0130\u0122\u015c\u0120\u2028\uff10\xd800\xdc00";
+  const int edits = 1 + int(rng() % 3);
+  for (int i = 0; i < edits; ++i) {
+    const std::size_t at = s.empty() ? 0 : rng() % (s.size() + 1);
+    const char16_t u = kUnits[rng() % kUnits.size()];
+    switch (rng() % 5) {
+      case 0: s.insert(at, 1, u); break;
+      case 1: if (at < s.size()) s[at] = u; break;
+      case 2: if (at < s.size()) s.erase(at, 1); break;
+      case 3: s.resize(at); break;
+      case 4: s.insert(at, u"\xd83d\xde00"); break;
+    }
+  }
+  return s;
+}
+
+// The builtins read the host's UTF-16 text as it stands and go to its UTF-8
+// form only to report a failure: both must accept the same texts with the
+// same trees, and over ASCII fail with the same code at the same place.
+TEST(JsonParser, Utf16TextReadsAsItsUtf8Form) {
+  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
+  const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
+  std::mt19937 rng(7);
+  std::vector<std::u16string> inputs;
+  for (const auto& seed : kSeeds) {
+    const std::u16string wide = to_utf16(seed);
+    for (std::size_t n = 0; n <= wide.size(); ++n) inputs.push_back(wide.substr(0, n));
+    for (int i = 0; i < 4000; ++i) inputs.push_back(mutated(wide, rng));
+  }
+  int failures = 0, accepted = 0;
+  for (const auto& text : inputs) {
+    const std::string bytes = to_utf8(text);
+    const char *p8 = bytes.data(), *end8 = p8 + bytes.size();
+    const char16_t *p16 = text.data(), *end16 = p16 + text.size();
+    Value v8, v16;
+    const int c8 = dovra_json::parse_value(p8, end8, 0, v8);
+    const int c16 = dovra_json::parse_value(p16, end16, 0, v16);
+    const bool ok8 = c8 == 0 && p8 == end8, ok16 = c16 == 0 && p16 == end16;
+    bool same = ok8 == ok16 && (!ok8 || v8 == v16);
+    if (std::all_of(text.begin(), text.end(), [](char16_t u) { return u < 0x80; }))
+      same = same && c8 == c16 && p8 - bytes.data() == p16 - text.data();
+    accepted += ok16;
+    EXPECT_TRUE(same) << shown(bytes) << ": UTF-8 " << c8 << " at " << p8 - bytes.data() << ", UTF-16 " << c16
+                      << " at " << p16 - text.data();
+    if (!same && ++failures == 10) break;
+  }
+  EXPECT_GT(accepted, 1000);  // the mutations leave enough valid text to compare trees
 }
 
 std::uint64_t bits(double d) { return std::bit_cast<std::uint64_t>(d); }

@@ -3,7 +3,13 @@
 // The alternatives of the JSON grammar: string, number, array and object,
 // and white space between the parts of a container. How a value position
 // chooses among the alternatives is left to Derived, which provides
-//   foundation::json::ParseResult value(const char*& p, foundation::json::Value& out);
+//   foundation::json::ParseResult value(const Char*& p, foundation::json::Value& out);
+//
+// Char is char for UTF-8 text, or char16_t for the host's UTF-16 text read
+// as it stands. Over UTF-16 only ASCII units are grammar; others can only be
+// string content, which is stored as UTF-8 like the rest of the tree, so a
+// text the UTF-16 parser reads gives the tree the UTF-8 parser gives for the
+// text's UTF-8 form. Positions of failures are in units of the text read.
 // (parser.cpp chooses by the first byte). Arrays and objects call it for
 // their elements, so the choice applies at every depth.
 //
@@ -11,8 +17,13 @@
 // (success) or on the byte it could not read (failure); a failure inside an
 // escape leaves it on the escape's backslash.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <iterator>
 #include <new>
 #include <string>
@@ -28,11 +39,13 @@
 
 namespace dovra_json::detail {
 
-template <class Derived>
+template <class Derived, class Char = char>
 class BasicParser {
+  static_assert(std::is_same_v<Char, char> || std::is_same_v<Char, char16_t>);
+
  public:
   // text_size: the length of the whole text, for sizing the scratch stack.
-  BasicParser(const char* end, unsigned char flags, std::size_t text_size = 0) noexcept
+  BasicParser(const Char* end, unsigned char flags, std::size_t text_size = 0) noexcept
       : end_(end), comments_((flags & kAllowComments) != 0) {
     // Room for one element per eight bytes of text, what a dense numeric
     // array needs, so that a large one does not regrow its way up through
@@ -49,14 +62,14 @@ class BasicParser {
   using ParseResult = foundation::json::ParseResult;
   using Value = foundation::json::Value;
 
-  ParseResult string(const char*& p, std::string& out) {
+  ParseResult string(const Char*& p, std::string& out) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '"') return foundation::json::kStringExpected;
     ++p;
     for (;;) {
-      const char* run = p;
+      const Char* run = p;
       p = find_quote_or_backslash(p, end_);
-      out.append(run, p);
+      append_content(run, p, out);
       if (p == end_) return foundation::json::kUnexpectedEnd;
       if (*p == '"') {
         ++p;
@@ -70,8 +83,8 @@ class BasicParser {
   // digits after it cannot take a fraction ("01.5" stops at the '.'). The
   // digits are gathered as they are checked, so most numbers need no second
   // reading.
-  ParseResult number(const char*& p, Value& out) {
-    const char* const first = p;
+  ParseResult number(const Char*& p, Value& out) {
+    const Char* const first = p;
     if (p == end_) return foundation::json::kUnexpectedEnd;
     const bool negative = *p == '-';
     if (negative && ++p == end_) return foundation::json::kUnexpectedEnd;
@@ -103,12 +116,12 @@ class BasicParser {
       power += down ? -e : e;
     }
     double d;
-    if (!exact_decimal(m, count, power, negative, d)) d = foundation::json::detail::string_to_double(first, p);
+    if (!exact_decimal(m, count, power, negative, d)) d = general_double(first, p);
     out = Value(d);
     return foundation::json::kParseOk;
   }
 
-  ParseResult array(const char*& p, Value& out) {
+  ParseResult array(const Char*& p, Value& out) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '[') return foundation::json::kArrayExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
@@ -147,7 +160,7 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
-  ParseResult object(const char*& p, Value& out) {
+  ParseResult object(const Char*& p, Value& out) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '{') return foundation::json::kObjectExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
@@ -184,14 +197,22 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
-  const char* end() const noexcept { return end_; }
+  const Char* end() const noexcept { return end_; }
 
  private:
   Derived& derived() noexcept { return static_cast<Derived&>(*this); }
 
-  static bool is_digit(char c) noexcept { return fl::i18n::lcctype::isdigit_ascii(static_cast<unsigned char>(c)); }
+  // The unit as a code point for the ASCII tests (a char may be signed).
+  static int code(Char c) noexcept {
+    if constexpr (sizeof(Char) == 1)
+      return static_cast<unsigned char>(c);
+    else
+      return c;
+  }
+  static bool is_digit(Char c) noexcept { return fl::i18n::lcctype::isdigit_ascii(code(c)); }
+  static bool is_space(Char c) noexcept { return fl::i18n::lcctype::isspace_ascii(code(c)); }
 
-  static int hex_digit(char c) noexcept {
+  static int hex_digit(Char c) noexcept {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -199,39 +220,43 @@ class BasicParser {
   }
 
   // The UTF-16 unit spelled by four hex digits, or -1.
-  static int hex4(const char* p) noexcept {
+  static int hex4(const Char* p) noexcept {
     const int a = hex_digit(p[0]), b = hex_digit(p[1]), c = hex_digit(p[2]), d = hex_digit(p[3]);
     if ((a | b | c | d) < 0) return -1;
     return (a << 12) | (b << 8) | (c << 4) | d;
   }
 
-  // Whether any byte of the word is zero (exact: a borrow only starts at a
-  // byte that is zero).
-  static bool has_zero_byte(std::uint64_t x) noexcept {
-    return ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) != 0;
-  }
+  // Each unit of Char's width in a 64-bit word: the lowest bit of every
+  // unit, and the highest.
+  static constexpr std::uint64_t kLowBits = sizeof(Char) == 1 ? 0x0101010101010101ull : 0x0001000100010001ull;
+  static constexpr std::uint64_t kHighBits = kLowBits << (8 * sizeof(Char) - 1);
+  static constexpr std::ptrdiff_t kUnitsPerWord = 8 / sizeof(Char);
+
+  // Whether any unit of the word is zero (exact: a borrow only starts at a
+  // unit that is zero).
+  static bool has_zero_unit(std::uint64_t x) noexcept { return ((x - kLowBits) & ~x & kHighBits) != 0; }
 
   // The first '"' or '\' at or after p, or end. Strings are mostly plain
-  // text, so eight bytes are tested at a time.
-  static const char* find_quote_or_backslash(const char* p, const char* end) noexcept {
-    constexpr std::uint64_t kQuotes = 0x2222222222222222ull, kBackslashes = 0x5c5c5c5c5c5c5c5cull;
-    while (end - p >= 8) {
+  // text, so a word is tested at a time.
+  static const Char* find_quote_or_backslash(const Char* p, const Char* end) noexcept {
+    constexpr std::uint64_t kQuotes = kLowBits * '"', kBackslashes = kLowBits * '\\';
+    while (end - p >= kUnitsPerWord) {
       std::uint64_t w;
       std::memcpy(&w, p, 8);
-      if (has_zero_byte(w ^ kQuotes) || has_zero_byte(w ^ kBackslashes)) break;
-      p += 8;
+      if (has_zero_unit(w ^ kQuotes) || has_zero_unit(w ^ kBackslashes)) break;
+      p += kUnitsPerWord;
     }
     while (p != end && *p != '"' && *p != '\\') ++p;
     return p;
   }
 
   // p is on a backslash, and stays there unless the whole escape is read.
-  ParseResult escape(const char*& p, std::string& out) {
-    const char* e = p + 1;
+  ParseResult escape(const Char*& p, std::string& out) {
+    const Char* e = p + 1;
     if (e == end_) return foundation::json::kUnexpectedEnd;
     char c;
     switch (*e) {
-      case '"': case '/': case '\\': c = *e; break;
+      case '"': case '/': case '\\': c = char(*e); break;
       case 'b': c = '\b'; break;
       case 'f': c = '\f'; break;
       case 'n': c = '\n'; break;
@@ -247,11 +272,11 @@ class BasicParser {
 
   // digits: just after the 'u'. A high surrogate takes a second escape with
   // it, whatever that one holds: u16_to_u8 sorts out unpaired units.
-  ParseResult unicode_escape(const char*& p, const char* digits, std::string& out) {
+  ParseResult unicode_escape(const Char*& p, const Char* digits, std::string& out) {
     if (end_ - digits < 4) return foundation::json::kUnexpectedEnd;
     const int first = hex4(digits);
     if (first < 0) return foundation::json::kInvalidUnicodeEscape;
-    const char* e = digits + 4;
+    const Char* e = digits + 4;
     if ((first & 0xFC00) == 0xD800) {
       if (end_ - e < 6) return foundation::json::kUnexpectedEnd;
       if (e[0] != '\\' || e[1] != 'u') return foundation::json::kInvalidUnicodeEscape;
@@ -266,15 +291,59 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
+  // Eight units from p as eight bytes, first unit lowest. A UTF-16 unit
+  // that is not a byte turns into one that is no digit (0 or 0xFF).
+  static std::uint64_t eight_units(const Char* p) noexcept {
+    std::uint64_t w;
+    if constexpr (sizeof(Char) == 1) {
+      std::memcpy(&w, p, 8);
+    } else {
+#if defined(__SSE2__)
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      w = std::uint64_t(_mm_cvtsi128_si64(_mm_packus_epi16(units, units)));
+#else
+      w = 0;
+      for (int i = 0; i < 8; ++i) w |= std::uint64_t(p[i] < 0x100 ? p[i] : 0) << (8 * i);
+#endif
+    }
+    return w;
+  }
+
+  // String content between p and q, as UTF-8.
+  static void append_content(const Char* p, const Char* q, std::string& out) {
+    if constexpr (sizeof(Char) == 1) {
+      out.append(p, q);
+    } else {
+      // Mostly ASCII: narrowed in place; the rest (and unpaired
+      // surrogates, as U+FFFD) as the host's conversion writes it.
+      const std::size_t at = out.size();
+      out.resize(at + std::size_t(q - p));
+      char* o = out.data() + at;
+      for (; p != q && *p < 0x80; ++p) *o++ = char(*p);
+      out.resize(std::size_t(o - out.data()));
+      if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out);
+    }
+  }
+
+  // The general conversion, for the numbers the quick path refuses. The
+  // grammar has checked [first, last): it is all ASCII.
+  static double general_double(const Char* first, const Char* last) {
+    if constexpr (sizeof(Char) == 1) {
+      return foundation::json::detail::string_to_double(first, last);
+    } else {
+      const std::string bytes(first, last);
+      return foundation::json::detail::string_to_double(bytes.data(), bytes.data() + bytes.size());
+    }
+  }
+
   // Beyond any double's range, and far from overflowing when saturated.
   static constexpr long long kFarExponent = 1'000'000'000;
 
   // Reads a run of digits into m (count says how many, m wraps beyond 19),
   // eight at a time while eight are there.
-  void digits(const char*& p, std::uint64_t& m, long long& count) const noexcept {
+  void digits(const Char*& p, std::uint64_t& m, long long& count) const noexcept {
     while (end_ - p >= 8) {
-      std::uint64_t w;
-      std::memcpy(&w, p, 8);
+      const std::uint64_t w = eight_units(p);
       if (!eight_digits(w)) break;
       m = m * 100000000 + eight_digit_value(w);
       p += 8;
@@ -284,10 +353,10 @@ class BasicParser {
   }
 
   // p is on the '.'; each fraction digit lowers the power by one.
-  ParseResult fraction(const char*& p, std::uint64_t& m, long long& count, long long& power) const noexcept {
+  ParseResult fraction(const Char*& p, std::uint64_t& m, long long& count, long long& power) const noexcept {
     if (++p == end_) return foundation::json::kUnexpectedEnd;
     if (!is_digit(*p)) return foundation::json::kFractionDigitExpected;
-    const char* const start = p;
+    const Char* const start = p;
     digits(p, m, count);
     power -= p - start;
     return foundation::json::kParseOk;
@@ -296,17 +365,17 @@ class BasicParser {
   // With comments on, "/* ... */" and "// ... newline" count as white space;
   // an unclosed one runs to the end of the text, and a '/' that starts
   // neither is left for the caller to reject.
-  void skip_white_space(const char*& p) const noexcept {
+  void skip_white_space(const Char*& p) const noexcept {
     for (;;) {
-      while (p != end_ && fl::i18n::lcctype::isspace_ascii(static_cast<unsigned char>(*p))) ++p;
+      while (p != end_ && is_space(*p)) ++p;
       if (!comments_ || end_ - p < 2 || p[0] != '/') return;
       if (p[1] == '*') {
-        const char* q = p + 2;
+        const Char* q = p + 2;
         while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
         p = end_ - q >= 2 ? q + 2 : end_;
       } else if (p[1] == '/') {
-        const void* nl = std::memchr(p + 2, '\n', std::size_t(end_ - (p + 2)));
-        p = nl ? static_cast<const char*>(nl) + 1 : end_;
+        const Char* nl = std::find(p + 2, end_, Char('\n'));
+        p = nl != end_ ? nl + 1 : end_;
       } else {
         return;
       }
@@ -325,7 +394,7 @@ class BasicParser {
     std::size_t& depth_;
   };
 
-  const char* const end_;
+  const Char* const end_;
   const bool comments_;
   std::size_t depth_ = 0;
   std::vector<Value> scratch_;

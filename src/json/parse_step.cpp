@@ -65,8 +65,17 @@ fj::Value parse_text_argument(const ixArray* arg) {
   }
   if (!text) ixErrMsgId(IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector());
 
-  // A request body can be tens of megabytes: converted in one pass, with no
-  // zero fill and no spare room when it is all ASCII.
+  // A request body can be tens of megabytes: it is read as the host holds
+  // it, without a UTF-8 copy beside it.
+  {
+    const char16_t* cur = text->data();
+    const char16_t* const end = cur + text->size();
+    fj::Value root;
+    if (parse_value(cur, end, 0, root) == fj::kParseOk && cur == end) return root;
+  }
+  // Users are told the byte positions of the text's UTF-8 form, so a failure
+  // is found again there: converted in one pass, with no zero fill and no
+  // spare room when it is all ASCII.
   std::size_t size = 0;
   const auto utf8 =
       fl::i18n::codecvt_ustring_to_string("UTF-8").convert_once(text->data(), text->size(), size);

@@ -1,5 +1,6 @@
 #include "json/parser.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -12,9 +13,14 @@ namespace {
 
 namespace fj = foundation::json;
 
-class Parser : public detail::BasicParser<Parser> {
+template <class Char>
+class Parser : public detail::BasicParser<Parser<Char>, Char> {
+  using Base = detail::BasicParser<Parser<Char>, Char>;
+  using typename Base::ParseResult;
+  using typename Base::Value;
+
  public:
-  using BasicParser::BasicParser;
+  using Base::Base;
 
   // A value is the first of string, number, object, array, boolean and null
   // that matches, or else the failure that got furthest, the earlier
@@ -27,22 +33,22 @@ class Parser : public detail::BasicParser<Parser> {
   // alternative the byte selects is the only one that can get past it, and
   // where none does, the string comes first among equals: kStringExpected on
   // that byte, or kUnexpectedEnd at the end.
-  ParseResult value(const char*& p, Value& out) {
-    if (p == end()) return fj::kUnexpectedEnd;
+  ParseResult value(const Char*& p, Value& out) {
+    if (p == this->end()) return fj::kUnexpectedEnd;
     switch (*p) {
       case '"': {
         // Read into a buffer that keeps its room from string to string, then
         // copied once at its final size.
         text_.clear();
-        const ParseResult r = string(p, text_);
+        const ParseResult r = this->string(p, text_);
         if (r == fj::kParseOk) out = Value(std::string(text_));
         return r;
       }
       case '-': case '0': case '1': case '2': case '3': case '4':
       case '5': case '6': case '7': case '8': case '9':
-        return number(p, out);
-      case '{': return object(p, out);
-      case '[': return array(p, out);
+        return this->number(p, out);
+      case '{': return this->object(p, out);
+      case '[': return this->array(p, out);
       case 't': return literal(p, "true", 4, true, out);
       case 'f': return literal(p, "false", 5, false, out);
       case 'n': return literal(p, "null", 4, fj::Null{}, out);
@@ -54,8 +60,8 @@ class Parser : public detail::BasicParser<Parser> {
   std::string text_;
 
   template <class T>
-  ParseResult literal(const char*& p, const char* word, std::size_t n, T v, Value& out) {
-    if (std::size_t(end() - p) < n || std::memcmp(p, word, n) != 0) return fj::kStringExpected;
+  ParseResult literal(const Char*& p, const char* word, std::size_t n, T v, Value& out) {
+    if (std::size_t(this->end() - p) < n || !std::equal(word, word + n, p)) return fj::kStringExpected;
     p += n;
     out = v;
     return fj::kParseOk;
@@ -66,7 +72,12 @@ class Parser : public detail::BasicParser<Parser> {
 
 foundation::json::ParseResult parse_value(const char*& cur, const char* end, unsigned char flags,
                                           foundation::json::Value& out) {
-  return Parser(end, flags, std::size_t(end - cur)).value(cur, out);
+  return Parser<char>(end, flags, std::size_t(end - cur)).value(cur, out);
+}
+
+foundation::json::ParseResult parse_value(const char16_t*& cur, const char16_t* end, unsigned char flags,
+                                          foundation::json::Value& out) {
+  return Parser<char16_t>(end, flags, std::size_t(end - cur)).value(cur, out);
 }
 
 foundation::json::Value parse(std::string_view utf8, unsigned char flags) {

@@ -30,4 +30,11 @@ foundation::json::Value parse(std::string_view utf8, unsigned char flags = 0);
 foundation::json::ParseResult parse_value(const char*& cur, const char* end, unsigned char flags,
                                           foundation::json::Value& out);
 
+// The same over UTF-16 text, read without converting it. Where it succeeds,
+// the tree is the one parse_value gives for the text's UTF-8 form; where it
+// fails, the failure's code and place are not always those (a non-ASCII unit
+// outside a string fails here): report failures from the UTF-8 form.
+foundation::json::ParseResult parse_value(const char16_t*& cur, const char16_t* end, unsigned char flags,
+                                          foundation::json::Value& out);
+
 }  // namespace dovra_json
