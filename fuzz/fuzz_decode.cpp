@@ -1,9 +1,40 @@
-// dovra.json.decode on arbitrary bytes.
+// dovra.json.decode on arbitrary bytes. Where the text is a matrix of
+// numbers read without the tree, the tree must give the same array.
+#include <cstring>
+#include <string_view>
+
+#include "decode/driver.hpp"
+#include "decode/number_matrix.hpp"
 #include "fuzz_support.hpp"
+#include "json/parse_step.hpp"
+
+namespace {
+
+void check_number_matrix(const ixArray* text) {
+  const std::u16string_view units(static_cast<const char16_t*>(ixGetData(text)),
+                                  std::size_t(ixGetNumberOfElements(text)));
+  auto direct = ixtal_json::read_number_matrix(units);
+  if (!direct) return;
+  matrix::owned_array tree;
+  try {
+    tree = ixtal_json::decode_value(dovra_json::parse_text(units));
+  } catch (...) {
+    std::abort();  // read a text that the tree refuses
+  }
+  const ixArray *a = direct->get(), *b = tree.get();
+  const std::size_t n = ixGetNumberOfDimensions(a);
+  if (ixGetClassID(a) != ixGetClassID(b) || n != ixGetNumberOfDimensions(b) ||
+      std::memcmp(ixGetDimensions(a), ixGetDimensions(b), n * sizeof(ixSize)) != 0 ||
+      std::memcmp(ixGetData(a), ixGetData(b), std::size_t(ixGetNumberOfElements(a)) * sizeof(double)) != 0)
+    std::abort();
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   dovra_fuzz::leak_guard guard;
   auto text = dovra_fuzz::host_text(data, size);
   dovra_fuzz::call(&dovra_entry::json_decode_function, {text.get()});
+  check_number_matrix(text.get());
   return 0;
 }

@@ -1,6 +1,10 @@
 // dovra.json.decode and the response-decode builtin.
 
+#include <optional>
+#include <string_view>
+
 #include "decode/driver.hpp"
+#include "decode/number_matrix.hpp"
 #include "entry/builtins.hpp"
 #include "foundation/json/value.hpp"
 #include "ixtal/matrix.hpp"
@@ -15,8 +19,9 @@ constexpr int kReturnedScope = 4;
 
 void json_decode_function(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
   check_arity(nlhs, 1, nrhs, 1, 1);
-  const foundation::json::Value root = dovra_json::parse_text_argument(prhs[0]);
-  auto result = ixtal_json::decode_value(root);
+  const std::u16string_view text = dovra_json::text_argument(prhs[0]);
+  std::optional<matrix::owned_array> direct = ixtal_json::read_number_matrix(text);
+  auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text));
   ixSetArrayScope(result.get(), kReturnedScope);
   plhs[0] = result.release();
 }

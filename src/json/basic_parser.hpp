@@ -84,6 +84,13 @@ class BasicParser {
   // digits are gathered as they are checked, so most numbers need no second
   // reading.
   ParseResult number(const Char*& p, Value& out) {
+    double d;
+    const ParseResult r = number_value(p, d);
+    if (r == foundation::json::kParseOk) out = Value(d);
+    return r;
+  }
+
+  ParseResult number_value(const Char*& p, double& out) {
     const Char* const first = p;
     if (p == end_) return foundation::json::kUnexpectedEnd;
     const bool negative = *p == '-';
@@ -115,9 +122,7 @@ class BasicParser {
         if (e < kFarExponent) e = e * 10 + (*p - '0');
       power += down ? -e : e;
     }
-    double d;
-    if (!exact_decimal(m, count, power, negative, d)) d = general_double(first, p);
-    out = Value(d);
+    if (!exact_decimal(m, count, power, negative, out)) out = general_double(first, p);
     return foundation::json::kParseOk;
   }
 
@@ -195,6 +200,26 @@ class BasicParser {
     ++p;
     out = Value(std::move(members));
     return foundation::json::kParseOk;
+  }
+
+  // With comments on, "/* ... */" and "// ... newline" count as white space;
+  // an unclosed one runs to the end of the text, and a '/' that starts
+  // neither is left for the caller to reject.
+  void skip_white_space(const Char*& p) const noexcept {
+    for (;;) {
+      while (p != end_ && is_space(*p)) ++p;
+      if (!comments_ || end_ - p < 2 || p[0] != '/') return;
+      if (p[1] == '*') {
+        const Char* q = p + 2;
+        while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
+        p = end_ - q >= 2 ? q + 2 : end_;
+      } else if (p[1] == '/') {
+        const Char* nl = std::find(p + 2, end_, Char('\n'));
+        p = nl != end_ ? nl + 1 : end_;
+      } else {
+        return;
+      }
+    }
   }
 
   const Char* end() const noexcept { return end_; }
@@ -360,26 +385,6 @@ class BasicParser {
     digits(p, m, count);
     power -= p - start;
     return foundation::json::kParseOk;
-  }
-
-  // With comments on, "/* ... */" and "// ... newline" count as white space;
-  // an unclosed one runs to the end of the text, and a '/' that starts
-  // neither is left for the caller to reject.
-  void skip_white_space(const Char*& p) const noexcept {
-    for (;;) {
-      while (p != end_ && is_space(*p)) ++p;
-      if (!comments_ || end_ - p < 2 || p[0] != '/') return;
-      if (p[1] == '*') {
-        const Char* q = p + 2;
-        while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
-        p = end_ - q >= 2 ? q + 2 : end_;
-      } else if (p[1] == '/') {
-        const Char* nl = std::find(p + 2, end_, Char('\n'));
-        p = nl != end_ ? nl + 1 : end_;
-      } else {
-        return;
-      }
-    }
   }
 
   // Counts one level of array or object nesting for as long as it lives.

@@ -56,7 +56,7 @@ ParseFailure describe(const fj::ParserException& e) {
 
 }  // namespace
 
-fj::Value parse_text_argument(const ixArray* arg) {
+std::u16string_view text_argument(const ixArray* arg) {
   std::optional<std::u16string_view> text;
   try {
     text = dovra_host::read_text_argument(arg, dovra_host::TextShape::any);
@@ -64,12 +64,17 @@ fj::Value parse_text_argument(const ixArray* arg) {
     // Whatever made the argument unreadable, the caller hears one thing.
   }
   if (!text) ixErrMsgId(IXTAL::checkSyntacticWarnings::MustBeStringScalarOrCharacterVector());
+  return *text;
+}
 
+fj::Value parse_text_argument(const ixArray* arg) { return parse_text(text_argument(arg)); }
+
+fj::Value parse_text(std::u16string_view text) {
   // A request body can be tens of megabytes: it is read as the host holds
   // it, without a UTF-8 copy beside it.
   {
-    const char16_t* cur = text->data();
-    const char16_t* const end = cur + text->size();
+    const char16_t* cur = text.data();
+    const char16_t* const end = cur + text.size();
     fj::Value root;
     if (parse_value(cur, end, 0, root) == fj::kParseOk && cur == end) return root;
   }
@@ -78,7 +83,7 @@ fj::Value parse_text_argument(const ixArray* arg) {
   // spare room when it is all ASCII.
   std::size_t size = 0;
   const auto utf8 =
-      fl::i18n::codecvt_ustring_to_string("UTF-8").convert_once(text->data(), text->size(), size);
+      fl::i18n::codecvt_ustring_to_string("UTF-8").convert_once(text.data(), text.size(), size);
 
   std::optional<ParseFailure> failure;
   try {

@@ -2,6 +2,8 @@
 
 // From a builtin's text argument to a JSON value tree.
 
+#include <string_view>
+
 #include "foundation/json/value.hpp"
 #include "ixtal/array.hpp"
 
@@ -13,5 +15,10 @@ namespace dovra_json {
 // converts it to UTF-8 and parses it; malformed text raises the keyed parse
 // error with its position prefix and context suffix.
 foundation::json::Value parse_text_argument(const ixArray* arg);
+
+// Its two halves: the argument's text (or the argument error), and the text
+// parsed (or the parse error).
+std::u16string_view text_argument(const ixArray* arg);
+foundation::json::Value parse_text(std::u16string_view text);
 
 }  // namespace dovra_json
