@@ -6,9 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
+
+#include "ixtal/array.hpp"
+#include "ixtal/text.hpp"
 
 namespace dovra_cli {
 namespace {
@@ -45,6 +49,10 @@ void* map_file(int fd, std::size_t& size) {
   return p;
 }
 
+// Text is converted a mebibyte at a time: a piece is in cache while it is
+// converted, and its pages can go right after.
+constexpr std::size_t kPiece = std::size_t(1) << 20;
+
 }  // namespace
 
 Input::~Input() { release(); }
@@ -53,6 +61,35 @@ void Input::release() noexcept {
   if (map_) ::munmap(std::exchange(map_, nullptr), map_size_);
   std::string().swap(owned_);
   bytes_ = {};
+}
+
+matrix::owned_array Input::host_text() {
+  struct Pieces {
+    std::string_view rest;
+    const char* released;  // the start of the pages not given back yet
+  } pieces{bytes_, static_cast<const char*>(map_)};
+  const auto convert = [](char16_t* out, void* context) {
+    auto& p = *static_cast<Pieces*>(context);
+    const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
+    const long page = ::sysconf(_SC_PAGESIZE);
+    char16_t* const start = out;
+    while (!p.rest.empty()) {
+      std::size_t n = std::min(kPiece, p.rest.size());
+      if (n < p.rest.size()) n -= fl::i18n::utf8_incomplete_tail(p.rest.data(), n);
+      out += to_utf16.convert_bounded(p.rest.data(), n, out);
+      p.rest.remove_prefix(n);
+      if (p.released) {
+        const char* done = p.released + (p.rest.data() - p.released) / page * page;
+        ::madvise(const_cast<char*>(p.released), std::size_t(done - p.released), MADV_DONTNEED);
+        p.released = done;
+      }
+    }
+    return std::size_t(out - start);
+  };
+  // UTF-16 never takes more units than UTF-8 has bytes.
+  matrix::owned_array text(ixCreateStringInPlace(bytes_.size(), convert, &pieces));
+  release();
+  return text;
 }
 
 std::string_view without_final_line_ending(std::string_view bytes) {

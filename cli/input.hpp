@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "ixtal/matrix.hpp"
 #include "options.hpp"
 
 namespace dovra_cli {
@@ -24,6 +25,10 @@ class Input {
   // Gives the memory back once the bytes have been converted: a large
   // document is then never held as bytes, host text and tree at once.
   void release() noexcept;
+  // The bytes as a host char row, after which they are released. A mapped
+  // file gives each piece's pages back as soon as the piece is converted,
+  // so the bytes and their host text are never held whole at once.
+  matrix::owned_array host_text();
 
  private:
   friend void read_input(const Options& options, Input& in);

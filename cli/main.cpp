@@ -36,8 +36,7 @@ struct Output {
 
 void produce(const Options& o, Input& input, Output& out) {
   matrix::owned_array value = [&] {
-    const matrix::owned_array text = ixtal::json_host::text(input.bytes());
-    input.release();
+    const matrix::owned_array text = input.host_text();
     return o.lhs ? ixtal::json_host::decode_response(text.get()) : ixtal::json_host::decode(text.get());
   }();
   if (o.command == Command::encode) {

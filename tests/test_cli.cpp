@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "ixtal/text.hpp"
 #include "json/parser.hpp"
 
 extern char** environ;
@@ -236,6 +237,22 @@ TEST(CliOutput, LongTextsKeepSurrogatePairsAcrossTheWriteBuffer) {
   const Result r = dovra({"encode", "--format", "small", write_file("long.json", text)});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(r.out == text + "\n");
+}
+
+TEST(CliInput, SequencesCutByTheConversionPiecesAreKept) {
+  // A file is converted a mebibyte at a time; a sequence across the cut,
+  // valid or not, must come out as a conversion of the whole text gives it.
+  constexpr std::size_t kPiece = std::size_t(1) << 20;
+  const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
+  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
+  for (const std::string sequence : {"\xC3\xA9", "\xE6\x97\xA5", "\xF0\x9F\x98\x80", "\xE6\x97z", "\x80\x80\x80\x80"}) {
+    for (std::size_t before = 1; before < sequence.size(); ++before) {
+      const std::string text = "\"" + std::string(kPiece - 1 - before, 'a') + sequence + "b\"";
+      const Result r = dovra({"encode", "--format", "small", write_file("cut.json", text)});
+      EXPECT_EQ(r.status, 0) << r.err;
+      EXPECT_TRUE(r.out == to_utf8(to_utf16(text)) + "\n") << "sequence of " << sequence.size() << ", " << before << " before the cut";
+    }
+  }
 }
 
 // --- decode and encode ------------------------------------------------------------

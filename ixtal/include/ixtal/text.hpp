@@ -69,6 +69,20 @@ IXTAL_API vector_path best_vector_path() noexcept;
 // Sets the widest path to use (at most the best) and returns the previous.
 IXTAL_API vector_path use_vector_path(vector_path p) noexcept;
 
+// Bytes of UTF-8 text at the end of [s, s + n) that begin a sequence the
+// text after them may complete. A conversion that stops before them sees
+// every sequence whole, so converting in pieces gives what converting at
+// once gives.
+constexpr std::size_t utf8_incomplete_tail(const char* s, std::size_t n) noexcept {
+  for (std::size_t k = 1; k <= 3 && k <= n; ++k) {
+    const unsigned c = static_cast<unsigned char>(s[n - k]);
+    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: its lead is further back
+    const std::size_t need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+    return need > k ? k : 0;
+  }
+  return 0;
+}
+
 namespace lcctype {
 // ASCII classification that ignores the process locale.
 constexpr bool isspace_ascii(int c) noexcept {

@@ -193,20 +193,6 @@ char* shortest(char* p, F x) noexcept {
   return q + 2;
 }
 
-// Bytes of UTF-8 text at the end of [s, s + n) that begin a sequence the
-// text after them may complete. A conversion that stops before them sees
-// every sequence whole, so converting in pieces gives what converting at
-// once gives.
-std::size_t incomplete_tail(const char* s, std::size_t n) noexcept {
-  for (std::size_t k = 1; k <= 3 && k <= n; ++k) {
-    const unsigned c = static_cast<unsigned char>(s[n - k]);
-    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: its lead is further back
-    const std::size_t need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-    return need > k ? k : 0;
-  }
-  return 0;
-}
-
 // Text goes through a chunk of its own, passed on when full: a value then
 // costs a few stores instead of a string append each. The chunk goes either
 // to a string as it is or, converted to UTF-16, straight to its final place
@@ -228,7 +214,7 @@ class Writer {
       p_ = chunk_.get();
       return;
     }
-    const std::size_t held = last ? 0 : incomplete_tail(chunk_.get(), n);
+    const std::size_t held = last ? 0 : fl::i18n::utf8_incomplete_tail(chunk_.get(), n);
     units_ += fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(chunk_.get(), n - held, units_);
     std::memmove(chunk_.get(), p_ - held, held);
     p_ = chunk_.get() + held;
