@@ -15,7 +15,7 @@
 #                          or --benchmark_repetitions=3]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh libfmt-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
+bash scripts/setup.sh libfmt-dev libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
   python3-pybind11 pybind11-dev python3-ujson python3-rapidjson
 python3 bench/gen_data.py
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null

@@ -15,9 +15,9 @@ stage() { printf '\n=== %s (%s)\n' "$1" "$(date +%T)"; }
 # The Python module and its tests need Debian's interpreter with these.
 python_packages=(python3-dev python3-numpy python3-pybind11 pybind11-dev python3-pytest python3-hypothesis)
 if ((quick)); then
-  bash scripts/setup.sh libfmt-dev "${python_packages[@]}"
+  bash scripts/setup.sh libfmt-dev libfast-float-dev "${python_packages[@]}"
 else
-  bash scripts/setup.sh libfmt-dev clang libclang-rt-14-dev "${python_packages[@]}"
+  bash scripts/setup.sh libfmt-dev libfast-float-dev clang libclang-rt-14-dev "${python_packages[@]}"
 fi
 
 stage "plain build and tests"

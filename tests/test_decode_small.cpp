@@ -179,6 +179,14 @@ TEST(DecodeSmall, NumberMatrixReaderAgreesWithTheTree) {
   }
   EXPECT_GT(taken, 2000);
   EXPECT_GT(refused, 1000);
+
+  // Rows enough that the brackets are counted in many blocks.
+  std::string big = "[";
+  for (int row = 0; row < 3000; ++row) big += std::string(row ? "," : "") + "[1,-2.5,3e-7]";
+  big += "]";
+  const auto direct = ixtal_json::read_number_matrix(std::u16string_view(to_utf16(big)));
+  ASSERT_TRUE(direct);
+  EXPECT_TRUE(same_bits(direct->get(), through_the_tree(big).get()));
 }
 
 }  // namespace

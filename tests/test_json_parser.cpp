@@ -354,7 +354,9 @@ TEST(JsonParserNumbers, AgreeWithTheGeneralConversion) {
       if (k == point) text += '.';
       text += char('0' + rng() % 10);
     }
+    // Exponents near the quick paths' edges, and across the whole range.
     if (rng() % 3 == 0) text += "e" + std::to_string(int(rng() % 70) - 35);
+    else if (rng() % 2 == 0) text += "e" + std::to_string(int(rng() % 700) - 350);
     if (!check(text)) break;
   }
 }

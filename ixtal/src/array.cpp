@@ -393,7 +393,7 @@ void ixDestroyArray(ixArray* a) noexcept {
           ixDestroyArray(e);  // no memory for the list: fall back to recursion
         }
       }
-    if (!a->data_in_record) std::free(a->data);
+    if (!a->data_in_record) ixtal::release_large(a->data);
     a->~ixArray();
     ::operator delete(a);
     g_live.fetch_sub(1, std::memory_order_relaxed);

@@ -1,7 +1,6 @@
 #include "decode/number_matrix.hpp"
 
 #include <array>
-#include <bit>
 #include <cstdint>
 #include <new>
 #include <vector>
@@ -27,13 +26,21 @@ template <class Char>
 std::size_t count_closing_brackets(const Char* p, const Char* end) noexcept {
   std::size_t n = 0;
 #if defined(__SSE2__)
+  // Each lane counts its own hits (a hit compares as -1, so subtracting
+  // adds one) and is emptied before it can overflow: no per-block mask to
+  // count, which without a popcount instruction is a library call.
   constexpr std::ptrdiff_t kUnits = 16 / sizeof(Char);
+  constexpr std::ptrdiff_t kBlocksPerFlush = 255;  // a byte lane holds 255
   const __m128i bracket = sizeof(Char) == 1 ? _mm_set1_epi8(']') : _mm_set1_epi16(']');
-  for (; end - p >= kUnits; p += kUnits) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i hit = sizeof(Char) == 1 ? _mm_cmpeq_epi8(v, bracket) : _mm_cmpeq_epi16(v, bracket);
-    // A unit of two bytes sets two bits of the mask.
-    n += std::size_t(std::popcount(unsigned(_mm_movemask_epi8(hit)))) / sizeof(Char);
+  while (end - p >= kUnits) {
+    __m128i lanes = _mm_setzero_si128();
+    for (std::ptrdiff_t k = 0; k < kBlocksPerFlush && end - p >= kUnits; ++k, p += kUnits) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      lanes = _mm_sub_epi8(lanes, sizeof(Char) == 1 ? _mm_cmpeq_epi8(v, bracket) : _mm_cmpeq_epi16(v, bracket));
+    }
+    // A 16-bit hit adds one to both its bytes: the lanes' sum counts it twice.
+    const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+    n += std::size_t(_mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums))) / sizeof(Char);
   }
 #endif
   for (; p != end; ++p) n += *p == ']';

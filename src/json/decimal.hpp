@@ -3,9 +3,9 @@
 // The quick way from a number's digits to its double, for the numbers that
 // allow it; the parser hands every other one to the general conversion.
 
-#include <cfloat>
 #include <cstdint>
-#include <cstring>
+
+#include <fast_float/fast_float.h>
 
 namespace dovra_json::detail {
 
@@ -44,28 +44,16 @@ inline bool exact_decimal(std::uint64_t m, long long count, long long power, boo
     out = negative ? -v : v;
     return true;
   }
-#if defined(__x86_64__) && LDBL_MANT_DIG == 64
-  // Shortest texts of doubles mostly carry 17 digits, beyond a double's
-  // exact integers but inside the 64-bit significand of x87 extended
-  // precision, whose powers of ten are exact up to 10^27. One rounding to 64
-  // bits, then one to 53: the second only goes wrong when the first lands
-  // exactly halfway between two doubles (low eleven bits 10000000000), and
-  // those few go to the general conversion.
-  static constexpr long double kLongPowers[] = {
-      1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,  1e7L,  1e8L,  1e9L,  1e10L, 1e11L, 1e12L, 1e13L,
-      1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L, 1e20L, 1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
-  if (power >= -27 && power <= 27) {
-    const long double x = static_cast<long double>(m);
-    const long double v = power < 0 ? x / kLongPowers[-power] : x * kLongPowers[power];
-    std::uint64_t significand;
-    std::memcpy(&significand, &v, sizeof significand);
-    if ((significand & 0x7FF) == 0x400) return false;
-    const double d = static_cast<double>(v);
-    out = negative ? -d : d;
-    return true;
-  }
-#endif
-  return false;
+  // Beyond that, the product is found in 128 bits from a table of powers of
+  // five (the Eisel-Lemire step, from fast_float's header), correctly
+  // rounded wherever it can tell; where it cannot (a negative power of two)
+  // the general conversion decides. Shortest texts of doubles mostly carry
+  // 17 digits, so this is the common case of real data.
+  const fast_float::adjusted_mantissa am =
+      fast_float::compute_float<fast_float::binary_format<double>>(std::int64_t(power), m);
+  if (am.power2 < 0) return false;
+  fast_float::to_float(negative, am, out);
+  return true;
 }
 
 }  // namespace dovra_json::detail

@@ -18,7 +18,8 @@ IXTAL_API void* allocate_large(std::size_t bytes) noexcept;
 // count * size bytes of zeroed memory, from the ordinary heap; null when
 // none can be had (or the product overflows).
 IXTAL_API void* allocate_zeroed(std::size_t count, std::size_t size) noexcept;
-// Releases a block of either (std::free works as well).
+// Releases a block of either (std::free works as well, but gives a large
+// block back to the system instead of keeping it for the next request).
 IXTAL_API void release_large(void* block) noexcept;
 
 struct large_deleter {
