@@ -1,7 +1,13 @@
 // dovra.json.decode and the response-decode builtin as the host calls them.
 
+#include <random>
+
+#include "decode/response.hpp"
 #include "decode_rows.hpp"
 #include "ixtal/testing.hpp"
+#include "ixtal/text.hpp"
+#include "json/parser.hpp"
+#include "json/parser_exception.hpp"
 
 namespace dovra_test {
 namespace {
@@ -25,6 +31,60 @@ TEST(DecodeBuiltins, ResponseShapes) {
   // The result is written even when the caller asks for none.
   auto t = text("[1]");
   for (const char* name : kBoth) EXPECT_EQ(call(name, 0, {t.get()}).size(), 1u) << name;
+}
+
+
+// The common response is read straight into its cell; the tree path is the
+// reference. Lists of every kind of element and string, in documents of the
+// right shape and of shapes next to it: wherever the reader answers, the
+// tree gives the same cell, and the reader answers for every list of plain
+// strings and numbers.
+TEST(DecodeBuiltins, ResponseReaderAgreesWithTheTree) {
+  static const char16_t* const kTaken[] = {
+      u"\"plain\"", u"\"\"", u"\"esc \\\" \\\\ \\/ \\b\\f\\n\\r\\t\"", u"\"\\u00e9\\u0000x\"",
+      u"\"\\ud83d\\ude00\"", u"\"caf\u00e9 \U0001F600\"", u"\"ctl \x01\"", u"-0", u"12.5e-3", u"1e400", u"0123"};
+  static const char16_t* const kLeft[] = {
+      u"true", u"null", u"[1]", u"{}", u"\"\\q\"", u"\"\\ud800\"", u"\"\\udc00\"", u"\"\\ud800\\u0041\"",
+      u"\"\xd800\"", u"\"a\xdc00\"", u"\"\xd83d\\ude00\"", u"\"cut", u"-", u"01.5"};
+  static const char16_t* const kSpace[] = {u"", u"", u" ", u"\n\t"};
+  std::mt19937 rng(3);
+  const auto pick = [&](const auto& list) { return std::u16string(list[rng() % std::size(list)]); };
+  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
+  int taken = 0;
+  for (int i = 0; i < 4000; ++i) {
+    const bool plain = i % 2 == 0;
+    std::u16string list;
+    for (std::size_t n = rng() % 6, k = 0; k < n; ++k)
+      list += (k ? pick(kSpace) + u"," : u"") + pick(kSpace) + (plain || rng() % 4 ? pick(kTaken) : pick(kLeft));
+    static const char16_t* const kShapes[] = {u"{%\"lhs\"%:%[%L%]%}", u"{\"lhs\":[L],\"x\":1}",
+                                             u"{\"x\":1,\"lhs\":[L]}", u"{\"lhs\":[L]} ", u"{\"l\\u0068s\":[L]}",
+                                             u"{\"lhs\":[L]", u"[L]"};
+    std::u16string text;
+    for (char16_t c : std::u16string(plain ? kShapes[0] : kShapes[rng() % std::size(kShapes)]))
+      text += c == u'%' ? pick(kSpace) : c == u'L' ? list : std::u16string(1, c);
+    SCOPED_TRACE(to_utf8(text));
+
+    owned_array tree;
+    try {
+      foundation::json::Value root = dovra_json::parse(to_utf8(text));
+      ixArray* out = nullptr;
+      if (failure_of([&] { ixtal_json::decode_response(root, out); })) out = nullptr;
+      tree.reset(out);
+    } catch (const foundation::json::ParserException&) {
+    }
+    auto direct = ixtal_json::read_response(std::u16string_view(text));
+    const bool plain_list = plain && list.find_first_of(u"\xd800\xdc00") == std::u16string::npos;
+    if (!direct) {
+      EXPECT_FALSE(plain_list) << "a plain list left to the tree";
+      continue;
+    }
+    ++taken;
+    ASSERT_TRUE(tree) << "read a text the tree refuses";
+    EXPECT_TRUE(ixIsEqualN(direct->get(), tree.get())) << shape_of(direct->get()) << " vs " << shape_of(tree.get());
+    for (ixSize k = 0; k < ixGetNumberOfElements(direct->get()); ++k)
+      EXPECT_EQ(ixGetArrayScope(ixGetCell(direct->get(), k)), ixGetArrayScope(ixGetCell(tree.get(), k)));
+  }
+  EXPECT_GT(taken, 2000);
 }
 
 }  // namespace

@@ -244,6 +244,7 @@ class BasicParser {
     return -1;
   }
 
+ protected:
   // The UTF-16 unit spelled by four hex digits, or -1.
   static int hex4(const Char* p) noexcept {
     const int a = hex_digit(p[0]), b = hex_digit(p[1]), c = hex_digit(p[2]), d = hex_digit(p[3]);
@@ -275,6 +276,7 @@ class BasicParser {
     return p;
   }
 
+ private:
   // p is on a backslash, and stays there unless the whole escape is read.
   ParseResult escape(const Char*& p, std::string& out) {
     const Char* e = p + 1;

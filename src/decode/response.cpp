@@ -1,0 +1,34 @@
+#include "decode/response.hpp"
+
+#include "decode/driver.hpp"
+
+namespace ixtal_json {
+
+void decode_response(foundation::json::Value& root, ixArray*& out) {
+  // Any document that is not {"lhs":[...]} is answered with false, whatever
+  // goes wrong while finding out.
+  const foundation::json::Array* lhs = nullptr;
+  try {
+    if (root.is_object()) {
+      // Inserting an absent "lhs" as null makes "absent" one more wrong kind.
+      foundation::json::Value& member = root.as_object()["lhs"];
+      if (member.is_array()) lhs = &member.as_array();
+    }
+  } catch (...) {
+    lhs = nullptr;
+  }
+  if (!lhs) {
+    out = ixCreateLogicalScalar(false);
+    return;
+  }
+
+  ixArray* cell = ixCreateCellMatrix(lhs->size(), 1);
+  out = cell;
+  for (std::size_t i = 0; i < lhs->size(); ++i) {
+    auto value = decode_value((*lhs)[i]);
+    ixSetArrayScope(value.get(), kReturnedScope);
+    ixSetCell(cell, i, value.release());
+  }
+}
+
+}  // namespace ixtal_json

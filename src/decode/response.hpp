@@ -1,0 +1,31 @@
+#pragma once
+
+// The response-decode builtin's two paths: the general one over the value
+// tree, and a reader that takes the common response (strings and numbers)
+// straight from the text into the cell.
+
+#include <optional>
+#include <string_view>
+
+#include "foundation/json/value.hpp"
+#include "ixtal/matrix.hpp"
+
+namespace ixtal_json {
+
+// The scope code the host expects on every array a decode hands back.
+inline constexpr int kReturnedScope = 4;
+
+// {"lhs":[...]} becomes an n-by-1 cell of the decoded elements, each with
+// the returned scope; any other document becomes false. out receives the
+// result as soon as it exists: a failing element leaves the cell, partly
+// filled, to whoever holds out.
+void decode_response(foundation::json::Value& root, ixArray*& out);
+
+// The same cell for a text that is exactly {"lhs":[...]} with strings and
+// numbers only (white space anywhere between); nullopt for any other text,
+// valid or not, and for strings holding an unpaired surrogate. Raises
+// nothing but a failed allocation.
+template <class Char>
+std::optional<matrix::owned_array> read_response(std::basic_string_view<Char> text);
+
+}  // namespace ixtal_json
