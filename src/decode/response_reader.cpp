@@ -2,7 +2,11 @@
 // its cell: each string's units are copied from the text into its char row
 // (escapes decoded on the way), with no UTF-8 string and no tree between.
 
+#include <algorithm>
 #include <vector>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "decode/response.hpp"
 #include "json/basic_parser.hpp"
@@ -27,7 +31,7 @@ class ResponseReader : public dovra_json::detail::BasicParser<ResponseReader<Cha
     if (!at(p, '{')) return std::nullopt;
     ++p;
     this->skip_white_space(p);
-    if (!at(p, '"') || !string(p) || units_ != u"lhs") return std::nullopt;
+    if (!at(p, '"') || !string(p) || std::u16string_view(units_.data(), size_) != u"lhs") return std::nullopt;
     this->skip_white_space(p);
     if (!at(p, ':')) return std::nullopt;
     ++p;
@@ -66,14 +70,15 @@ class ResponseReader : public dovra_json::detail::BasicParser<ResponseReader<Cha
   matrix::owned_array element(const Char*& p) {
     if (at(p, '"')) {
       if (!string(p)) return nullptr;
+      std::u16string_view units(units_.data(), size_);
       return matrix::owned_array(ixCreateStringInPlace(
-          units_.size(),
-          [](char16_t* out, void* units) {
-            const auto& u = *static_cast<std::u16string*>(units);
+          size_,
+          [](char16_t* out, void* read) {
+            const auto& u = *static_cast<std::u16string_view*>(read);
             std::copy(u.begin(), u.end(), out);
             return u.size();
           },
-          &units_));
+          &units));
     }
     double d;
     if (p == this->end() || !(*p == Char('-') || (*p >= Char('0') && *p <= Char('9'))) ||
@@ -87,40 +92,74 @@ class ResponseReader : public dovra_json::detail::BasicParser<ResponseReader<Cha
   // escaped, would come back as U+FFFD in ways this reader does not copy,
   // so it refuses them along with malformed strings.
   bool string(const Char*& p) {
-    units_.clear();
+    size_ = 0;
     ++p;
     for (;;) {
-      const Char* run = p;
-      p = Base::find_quote_or_backslash(p, this->end());
-      if (!append_run(run, p)) return false;
+      p = copy_plain(p);
       if (p == this->end()) return false;
-      if (*p == Char('"')) {
+      const char16_t u = char16_t(*p);
+      if (u == u'"') {
         ++p;
         return true;
       }
-      if (!escape(p)) return false;
+      if (u == u'\\') {
+        if (!escape(p)) return false;
+      } else if (is_surrogate(u)) {
+        if (!is_high_surrogate(u) || this->end() - p < 2 || !is_low_surrogate(char16_t(p[1]))) return false;
+        put(u);
+        put(char16_t(p[1]));
+        p += 2;
+      } else {
+        // Only UTF-16 text reaches here: UTF-8 beyond ASCII is left to the
+        // general path.
+        if (u > 0x7F && sizeof(Char) == 1) return false;
+        put(u);
+        ++p;
+      }
     }
   }
 
-  // Text units between escapes. UTF-8 text is left to the general path
-  // unless it is ASCII; UTF-16 units are kept as they are once each
-  // surrogate is seen paired.
-  bool append_run(const Char* p, const Char* q) {
-    unsigned odd = 0;
-    for (const Char* r = p; r != q; ++r) {
-      if constexpr (sizeof(Char) == 1) odd |= static_cast<unsigned char>(*r) >> 7;
-      else odd |= is_surrogate(*r);
-    }
-    if (odd) {
-      if constexpr (sizeof(Char) == 1) return false;
-      for (const Char* r = p; r != q; ++r) {
-        if (!is_surrogate(*r)) continue;
-        if (!is_high_surrogate(*r) || r + 1 == q || !is_low_surrogate(r[1])) return false;
-        ++r;
+  // Copies units up to the first quote, backslash, surrogate (or, in UTF-8,
+  // byte beyond ASCII) and returns where it stopped. Eight UTF-16 units at
+  // a time: strings are mostly plain text.
+  const Char* copy_plain(const Char* p) {
+#if defined(__SSE2__)
+    if constexpr (sizeof(Char) == 2) {
+      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
+      const __m128i surrogate_bits = _mm_set1_epi16(short(0xF800)), surrogate = _mm_set1_epi16(short(0xD800));
+      while (this->end() - p >= 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i special =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                         _mm_cmpeq_epi16(_mm_and_si128(v, surrogate_bits), surrogate));
+        reserve(8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(units_.data() + size_), v);
+        const unsigned mask = unsigned(_mm_movemask_epi8(special));
+        if (mask == 0) {
+          size_ += 8;
+          p += 8;
+          continue;
+        }
+        const unsigned plain = unsigned(__builtin_ctz(mask)) / 2;
+        size_ += plain;
+        return p + plain;
       }
     }
-    units_.append(p, q);
-    return true;
+#endif
+    for (; p != this->end(); ++p) {
+      const char16_t u = char16_t(*p);
+      if (u == u'"' || u == u'\\' || is_surrogate(u) || (sizeof(Char) == 1 && u > 0x7F)) break;
+      put(u);
+    }
+    return p;
+  }
+
+  void reserve(std::size_t n) {
+    if (units_.size() - size_ < n) units_.resize(std::max(2 * units_.size(), size_ + n));
+  }
+  void put(char16_t u) {
+    reserve(1);
+    units_[size_++] = u;
   }
 
   // p is on a backslash.
@@ -138,7 +177,7 @@ class ResponseReader : public dovra_json::detail::BasicParser<ResponseReader<Cha
       case 'u': return unicode_escape(p, e + 1);
       default: return false;
     }
-    units_.push_back(c);
+    put(c);
     p = e + 1;
     return true;
   }
@@ -153,17 +192,19 @@ class ResponseReader : public dovra_json::detail::BasicParser<ResponseReader<Cha
         return false;
       const int second = Base::hex4(e + 2);
       if (second < 0 || !is_low_surrogate(char16_t(second))) return false;
-      units_.push_back(char16_t(first));
-      units_.push_back(char16_t(second));
+      put(char16_t(first));
+      put(char16_t(second));
       p = e + 6;
       return true;
     }
-    units_.push_back(char16_t(first));
+    put(char16_t(first));
     p = e;
     return true;
   }
 
+  // The string read last: its first size_ units (the rest is room).
   std::u16string units_;
+  std::size_t size_ = 0;
 };
 
 }  // namespace
