@@ -1,19 +1,22 @@
-// dovra.json.decode on arbitrary bytes. Where the text is a matrix of
-// numbers read without the tree, the tree must give the same array.
+// dovra.json.decode on arbitrary bytes. Where a reader takes the text
+// without the tree (a matrix of numbers, one class in large notation), the
+// tree must give the same array.
 #include <cstring>
 #include <string_view>
 
 #include "decode/driver.hpp"
+#include "decode/large_numeric.hpp"
 #include "decode/number_matrix.hpp"
 #include "fuzz_support.hpp"
 #include "json/parse_step.hpp"
 
 namespace {
 
-void check_number_matrix(const ixArray* text) {
+void check_readers(const ixArray* text) {
   const std::u16string_view units(static_cast<const char16_t*>(ixGetData(text)),
                                   std::size_t(ixGetNumberOfElements(text)));
   auto direct = ixtal_json::read_number_matrix(units);
+  if (!direct) direct = ixtal_json::read_large_numeric(units);
   if (!direct) return;
   matrix::owned_array tree;
   try {
@@ -25,7 +28,7 @@ void check_number_matrix(const ixArray* text) {
   const std::size_t n = ixGetNumberOfDimensions(a);
   if (ixGetClassID(a) != ixGetClassID(b) || n != ixGetNumberOfDimensions(b) ||
       std::memcmp(ixGetDimensions(a), ixGetDimensions(b), n * sizeof(ixSize)) != 0 ||
-      std::memcmp(ixGetData(a), ixGetData(b), std::size_t(ixGetNumberOfElements(a)) * sizeof(double)) != 0)
+      std::memcmp(ixGetData(a), ixGetData(b), std::size_t(ixGetNumberOfElements(a)) * ixGetElementSize(a)) != 0)
     std::abort();
 }
 
@@ -35,6 +38,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   dovra_fuzz::leak_guard guard;
   auto text = dovra_fuzz::host_text(data, size);
   dovra_fuzz::call(&dovra_entry::json_decode_function, {text.get()});
-  check_number_matrix(text.get());
+  check_readers(text.get());
   return 0;
 }

@@ -2,7 +2,15 @@
 // char classes with their element rules.
 
 #include <cstdio>
+#include <cstring>
 #include <limits>
+#include <random>
+
+#include "decode/driver.hpp"
+#include "decode/large_numeric.hpp"
+#include "ixtal/text.hpp"
+#include "json/parser.hpp"
+#include "json/parser_exception.hpp"
 
 #include "decode_rows.hpp"
 #include "host/class_traits.hpp"
@@ -151,6 +159,64 @@ TEST(DecodeLarge, HugeSizesAllocateNothing) {
     expect_failure([&] { call(ixtal::kJsonDecodeName, 1, {t.get()}); }, "DOVRA:IXTAL:JSON:" + row.key, row.args);
     ixtal::testing::fail_allocations_after(-1);
   }
+}
+
+
+// One class's data are read straight from the text; the tree path is the
+// reference. Objects of every class name, sizes right and wrong, data that
+// pass or fail each rule, members in every order, doubled or added: wherever
+// the reader answers, the tree gives the same array bit for bit, and the
+// reader answers for every well-formed numeric or logical object.
+TEST(DecodeLarge, ReaderAgreesWithTheTree) {
+  static const char* const kTypes[] = {"double", "single", "int8", "uint8", "int16", "uint16", "int32",
+                                       "uint32", "int64", "uint64", "logical", "char", "cell", "bogus"};
+  static const char* const kNumbers[] = {"0", "-0", "1", "-1", "127", "128", "-129", "255", "256", "65535",
+                                         "2.5", "-7e2", "1e400", "4294967295", "9223372036854775807", "3.4e39"};
+  static const char* const kSpace[] = {"", "", " ", "\n"};
+  std::mt19937 rng(17);
+  const auto pick = [&](const auto& list) { return std::string(list[rng() % std::size(list)]); };
+  const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
+  int taken = 0;
+  for (int i = 0; i < 5000; ++i) {
+    const std::string type = pick(kTypes);
+    const std::size_t rows = rng() % 3, cols = rng() % 4;
+    const bool logical = type == "logical";
+    std::string data = "[";
+    for (std::size_t k = 0, n = rows * cols + (rng() % 8 == 0); k < n; ++k)
+      data += (k ? "," + pick(kSpace) : "") + (logical != (rng() % 16 == 0) ? (rng() % 2 ? "true" : "false") : pick(kNumbers));
+    data += "]";
+    std::vector<std::string> members = {R"("tntype":")" + type + "\"",
+                                        "\"tnsize\":[" + std::to_string(rows) + "," + std::to_string(cols) +
+                                            (rng() % 8 == 0 ? ",1.5" : "") + "]",
+                                        "\"tndata\":" + data};
+    if (rng() % 8 == 0) members.push_back(rng() % 2 ? R"("tncomplex":false)" : R"("tntype":"double")");
+    std::shuffle(members.begin(), members.end(), rng);
+    std::string text = "{";
+    for (std::size_t k = 0; k < members.size(); ++k) text += (k ? "," : "") + pick(kSpace) + members[k] + pick(kSpace);
+    text += "}";
+    SCOPED_TRACE(text);
+
+    owned_array tree;
+    try {
+      const auto root = dovra_json::parse(text);
+      if (failure_of([&] { tree = ixtal_json::decode_value(root); })) tree.reset();
+    } catch (const foundation::json::ParserException&) {
+    }
+    auto direct = ixtal_json::read_large_numeric(std::u16string_view(to_utf16(text)));
+    if (!direct) {
+      EXPECT_FALSE(tree && members.size() == 3 && ixGetClassID(tree.get()) != ixCHAR_CLASS &&
+                   ixGetClassID(tree.get()) != ixCELL_CLASS)
+          << "a plain object left to the tree";
+      continue;
+    }
+    ++taken;
+    ASSERT_TRUE(tree) << "read a text the tree refuses";
+    const ixArray *a = direct->get(), *b = tree.get();
+    EXPECT_TRUE(ixGetClassID(a) == ixGetClassID(b) && dims_of(a) == dims_of(b) &&
+                std::memcmp(ixGetData(a), ixGetData(b), ixGetNumberOfElements(a) * ixGetElementSize(a)) == 0)
+        << "reader " << shape_of(a) << ", tree " << shape_of(b);
+  }
+  EXPECT_GT(taken, 1000);
 }
 
 }  // namespace

@@ -21,13 +21,17 @@ namespace ixtal_json::detail {
 // trunc(x) != x also refuses NaN; infinities pass it and fail the bounds.
 template <class T>
   requires is_integer_element<T>
-inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
-  if (!v.is_double()) return false;
-  const double x = v.as_double();
+inline bool convert_number(double x, T& out) noexcept {
   if (std::trunc(x) != x) return false;
   if (!(x > integer_lower<T> && x < integer_upper<T>)) return false;
   out = static_cast<T>(x);
   return true;
+}
+
+template <class T>
+  requires is_integer_element<T>
+inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
+  return v.is_double() && convert_number(v.as_double(), out);
 }
 
 // Floating classes: a JSON number or a special float object. A number for
@@ -36,17 +40,21 @@ inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
 // magnitudes to zero. double takes every number as it stands.
 template <class T>
   requires std::is_floating_point_v<T>
-inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
-  double x;
-  if (v.is_double()) {
-    x = v.as_double();
-    if constexpr (!std::is_same_v<T, double>) {
-      constexpr double largest = static_cast<double>(std::numeric_limits<T>::max());
-      if (x < -largest || x > largest) return false;
-    }
-  } else if (!v.is_object() || !read_special_float(v.as_object(), x)) {
-    return false;
+inline bool convert_number(double x, T& out) noexcept {
+  if constexpr (!std::is_same_v<T, double>) {
+    constexpr double largest = static_cast<double>(std::numeric_limits<T>::max());
+    if (x < -largest || x > largest) return false;
   }
+  out = static_cast<T>(x);
+  return true;
+}
+
+template <class T>
+  requires std::is_floating_point_v<T>
+inline bool convert_element(const foundation::json::Value& v, T& out) noexcept {
+  if (v.is_double()) return convert_number(v.as_double(), out);
+  double x;
+  if (!v.is_object() || !read_special_float(v.as_object(), x)) return false;
   out = static_cast<T>(x);
   return true;
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "decode/driver.hpp"
+#include "decode/large_numeric.hpp"
 #include "decode/number_matrix.hpp"
 #include "decode/response.hpp"
 #include "entry/builtins.hpp"
@@ -16,7 +17,10 @@ namespace dovra_entry {
 void json_decode_function(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
   check_arity(nlhs, 1, nrhs, 1, 1);
   const std::u16string_view text = dovra_json::text_argument(prhs[0]);
+  // The two common large bodies are read straight into their arrays; the
+  // tree takes everything else.
   std::optional<matrix::owned_array> direct = ixtal_json::read_number_matrix(text);
+  if (!direct) direct = ixtal_json::read_large_numeric(text);
   auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text));
   ixSetArrayScope(result.get(), ixtal_json::kReturnedScope);
   plhs[0] = result.release();
