@@ -14,6 +14,8 @@
 #include <memory>
 #include <ostream>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
 
 // Dragonbox from fmt's header (the build keeps fmt's inline functions out
 // of the runtime's exported symbols).
@@ -215,6 +217,12 @@ class Writer {
  public:
   Writer(std::string& out, bool pretty) : Writer(pretty) { text_ = &out; }
   Writer(char16_t* out, bool pretty) : Writer(pretty) { units_ = out; }
+  // Room for exactly `room` units: a writer whose room was reckoned
+  // without the tree stops the process before it would write past it.
+  Writer(char16_t* out, std::size_t room) : Writer(false) {
+    units_ = out;
+    units_end_ = out + room;
+  }
 
   // The end of the UTF-16 output.
   char16_t* units() const noexcept { return units_; }
@@ -229,6 +237,8 @@ class Writer {
       return;
     }
     const std::size_t held = last ? 0 : incomplete_tail(chunk_.get(), n);
+    // Never more units than bytes.
+    if (units_end_ && std::size_t(units_end_ - units_) < n - held) [[unlikely]] std::abort();
     units_ += fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(chunk_.get(), n - held, units_);
     std::memmove(chunk_.get(), p_ - held, held);
     p_ = chunk_.get() + held;
@@ -258,7 +268,6 @@ class Writer {
     }
   }
 
- private:
   // Room for n more bytes at p_; n is well below kChunk (a flush may keep
   // three bytes).
   char* room(std::size_t n) {
@@ -284,6 +293,50 @@ class Writer {
     p_ += n;
   }
 
+  // What TextStream::numbers writes: the loop of a compact array for
+  // elements of one type.
+  template <class T>
+  std::size_t numbers(const T* x, std::size_t n, bool comma) {
+    char* p = p_;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
+        p_ = p;
+        flush();
+        p = p_;
+      }
+      if constexpr (std::is_floating_point_v<T>)
+        if (!std::isfinite(x[i])) [[unlikely]] {
+          p_ = p;
+          return i;
+        }
+      *p = ',';
+      p += i > 0 || comma;
+      if constexpr (std::is_same_v<T, float>) {
+        p_ = p;
+        number(x[i]);  // as the tree's float alternative
+        p = p_;
+        continue;
+      } else {
+        char* q;
+        if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) {
+          q = small_whole_number(p, x[i]);
+        } else {
+          q = whole_number(p, static_cast<double>(x[i]));
+        }
+        if (q) [[likely]] {
+          p = q;
+          continue;
+        }
+        p_ = p;
+        general_number(static_cast<double>(x[i]));
+        p = p_;
+      }
+    }
+    p_ = p;
+    return n;
+  }
+
+ private:
   void array(const Array& a, std::size_t level) {
     put('[');
     const Value* const first = a.data();
@@ -384,6 +437,7 @@ class Writer {
     if (!std::isfinite(d)) throw std::domain_error("JSON text has no form for NaN or infinity");
   }
 
+ public:
   // Numeric arrays are mostly whole numbers, and the general shortest
   // conversion costs many times an integer one. A whole number below 2^53
   // (exact, so its digits are its shortest digits) is written as digits
@@ -412,6 +466,17 @@ class Writer {
     return write_digits(p, magnitude, decimal_digits(magnitude));
   }
 
+  // whole_number for an integer of up to 32 bits, without the double: it
+  // is exact and below 2^53, so only the test for trailing zeros remains.
+  template <class I>
+  static char* small_whole_number(char* p, I v) noexcept {
+    const std::int64_t i = v;
+    if (i % 100000 == 0) return nullptr;
+    *p = '-';
+    p += i < 0;
+    return write_decimal_32(p, std::uint32_t(i < 0 ? -i : i));
+  }
+
   void general_number(double d) {
     check_finite(d);
     p_ = shortest(room(kNumberRoom), d);
@@ -433,7 +498,7 @@ class Writer {
     general_number(static_cast<double>(f));
   }
 
-  void string(const std::string& s) {
+  void string(std::string_view s) {
     put('"');
     const char* run = s.data();
     const char* const end = run + s.size();
@@ -456,8 +521,10 @@ class Writer {
     put('"');
   }
 
+ private:
   std::string* text_ = nullptr;
   char16_t* units_ = nullptr;
+  char16_t* units_end_ = nullptr;
   const bool pretty_;
   const std::unique_ptr<char[]> chunk_;
   char* p_;
@@ -521,6 +588,38 @@ std::size_t Serializer::write(char16_t* out, const Value& v) const {
   writer.flush(true);
   return std::size_t(writer.units() - out);
 }
+
+class TextStream::Impl : public Writer {
+ public:
+  using Writer::Writer;
+};
+
+TextStream::TextStream(char16_t* out, std::size_t room) : impl_(std::make_unique<Impl>(out, room)), out_(out) {}
+TextStream::~TextStream() = default;
+void TextStream::raw(std::string_view ascii) { impl_->put(ascii.data(), ascii.size()); }
+void TextStream::string(std::string_view utf8) { impl_->string(utf8); }
+void TextStream::boolean(bool b) { b ? impl_->put("true", 4) : impl_->put("false", 5); }
+void TextStream::number(double d) { impl_->number(d); }
+void TextStream::number(float f) { impl_->number(f); }
+template <class T>
+std::size_t TextStream::numbers(const T* x, std::size_t n, bool comma) {
+  return impl_->numbers(x, n, comma);
+}
+std::size_t TextStream::finish() {
+  impl_->flush(true);
+  return std::size_t(impl_->units() - out_);
+}
+
+template IXTAL_API std::size_t TextStream::numbers(const double*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const float*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int8_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint8_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int16_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint16_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int32_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint32_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int64_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint64_t*, std::size_t, bool);
 
 void Serializer::write(std::ostream& os, const Value& v) const {
   const std::string text = to_string(v);

@@ -1,0 +1,332 @@
+#include "encode/direct_writer.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "encode/large_object.hpp"
+#include "foundation/json/serializer.hpp"
+#include "host/class_traits.hpp"
+#include "ixtal/matrix.hpp"
+#include "ixtal/text.hpp"
+
+namespace ixtal_json::detail {
+namespace {
+
+using foundation::json::TextStream;
+
+// Containers within containers the writer follows. Each adds at most three
+// levels of JSON, so text this deep stays far inside the parser's bound and
+// the tree's depth errors are never the writer's to raise; deeper arrays go
+// to the tree, which checks the bound exactly.
+constexpr std::size_t kMaxContainerLevels = 100;
+
+// Units of UTF-16 text, never fewer than written: a number and its comma
+// (special numbers, {"tndata":"-Inf"}, are shorter), a boolean and its
+// comma, and the fixed text of a large object besides its size.
+constexpr std::size_t kNumberUnits = 25;
+constexpr std::size_t kBooleanUnits = 6;
+constexpr std::size_t kLargeObjectUnits = 80;
+
+// Units a text takes once quoted and escaped: at most one per unit of the
+// host text (a pair stays two, a lone surrogate becomes one), six for a
+// control character, two for a quote or backslash.
+std::size_t text_units(const char16_t* s, std::size_t n) noexcept {
+  std::size_t units = n + 3;  // quotes and a comma
+  for (std::size_t i = 0; i < n; ++i) units += s[i] < 0x20 ? 5 : s[i] == u'"' || s[i] == u'\\';
+  return units;
+}
+std::size_t text_units(const std::string& s) noexcept {
+  std::size_t units = s.size() + 4;  // quotes, colon, comma
+  for (const char c : s) units += static_cast<unsigned char>(c) < 0x20 ? 5 : c == '"' || c == '\\';
+  return units;
+}
+
+// Field numbers in the byte order of their names, the order of the tree's
+// object; empty when two names are the same (the tree's business).
+std::vector<int> sorted_fields(const ixArray* s) {
+  std::vector<int> order(std::size_t(ixGetNumberOfFields(s)));
+  std::iota(order.begin(), order.end(), 0);
+  std::sort(order.begin(), order.end(), [&](int x, int y) { return ixGetFieldName(s, x) < ixGetFieldName(s, y); });
+  for (std::size_t k = 1; k < order.size(); ++k)
+    if (ixGetFieldName(s, order[k]) == ixGetFieldName(s, order[k - 1])) return {};
+  return order;
+}
+
+// Values ahead of the one being written whose arrays are fetched into the
+// cache, and the array with the data it holds in its own allocation.
+constexpr ixSize kPrefetchAhead = 8;
+inline void prefetch(const ixArray* a) noexcept {
+  __builtin_prefetch(a);
+  __builtin_prefetch(reinterpret_cast<const char*>(a) + 64);
+}
+
+class Writer {
+ public:
+  Writer(ToJsonMode mode, NanType nan) : small_(mode == ToJsonMode::small), nan_(nan) {}
+
+  // Units the text of a (null: unset) takes at most; 0 when the writer
+  // leaves the array to the tree.
+  std::size_t room(const ixArray* a, std::size_t levels = 0) const {
+    if (!a) return kLargeObjectUnits;  // the empty double
+    if (ixIsSparse(a) || !matrix::detail::isValidClassId(ixGetClassID(a))) return 0;
+    const auto dims = dims_of(a);
+    if (dims.size() < 2) return 0;
+    const ixSize n = ixGetNumberOfElements(a);
+    const std::size_t fixed = kLargeObjectUnits + kNumberUnits * dims.size();
+    const ixClassID cls = ixGetClassID(a);
+    if (ixIsComplex(a)) return ixIsNumeric(a) ? fixed + 2 * kNumberUnits * n : 0;
+    switch (cls) {
+      case ixCELL_CLASS:
+      case ixSTRUCT_CLASS: {
+        if (levels >= kMaxContainerLevels) return 0;
+        std::size_t units = fixed;
+        const int nfields = cls == ixSTRUCT_CLASS ? ixGetNumberOfFields(a) : 1;
+        if (cls == ixSTRUCT_CLASS) {
+          if (nfields > 0 && sorted_fields(a).empty()) return 0;
+          for (int f = 0; f < nfields; ++f) units += text_units(ixGetFieldName(a, f)) + 2;
+        }
+        for (ixSize i = 0; i < n; ++i)
+          for (int f = 0; f < nfields; ++f) {
+            const std::size_t r = room(cls == ixCELL_CLASS ? ixGetCell(a, i) : ixGetFieldByNumber(a, i, f), levels + 1);
+            if (!r) return 0;
+            units += r + 1;
+          }
+        return units;
+      }
+      case ixCHAR_CLASS:
+        return fixed + text_units(static_cast<const char16_t*>(ixGetData(a)), n);
+      case ixLOGICAL_CLASS:
+      case ixDOUBLE_CLASS:
+        // Small notation nests one JSON array per dimension; only two are
+        // written here.
+        if (small_ && n > 1 && dims.size() > 2) return 0;
+        return fixed + (cls == ixLOGICAL_CLASS ? kBooleanUnits : kNumberUnits) * n + (n ? 3 * dims[0] : 0);
+      default:
+        return ixIsNumeric(a) ? fixed + kNumberUnits * n : 0;
+    }
+  }
+
+  void write(TextStream& out, const ixArray* a) {
+    out_ = &out;
+    value(a);
+  }
+
+ private:
+  void value(const ixArray* a) {
+    if (!a) return empty_double();
+    if (ixIsComplex(a)) return numeric_large(a);
+    const auto dims = dims_of(a);
+    switch (ixGetClassID(a)) {
+      case ixCELL_CLASS: return cell(a);
+      case ixSTRUCT_CLASS:
+        if (small_ && is_2d(dims, 1, 1)) return struct_scalar(a);
+        if (small_ && is_2d(dims, 0, 0) && ixGetNumberOfFields(a) == 0) return out_->raw("{}");
+        return struct_large(a);
+      case ixCHAR_CLASS: return chars(a);
+      case ixLOGICAL_CLASS:
+        if (!small_ || ixGetNumberOfElements(a) == 0) return large(a, matrix::typed_array<bool>(a));
+        return small(matrix::typed_array<bool>(a), dims);
+      case ixDOUBLE_CLASS:
+        if (!small_) return large(a, matrix::typed_array<double>(a));
+        if (is_2d(dims, 0, 0)) return out_->raw("[]");
+        if (ixGetNumberOfElements(a) == 0) return large(a, matrix::typed_array<double>(a));
+        return small(matrix::typed_array<double>(a), dims);
+      default: return numeric_large(a);
+    }
+  }
+
+  // The converter's stand-in for an unset element: a 0-by-0 double.
+  void empty_double() {
+    if (small_) return out_->raw("[]");
+    out_->raw(R"({"tndata":[],"tnsize":[0,0],"tntype":"double"})");
+  }
+
+  void size_and_type(const ixArray* a, const char* type) {
+    out_->raw(R"(,"tnsize":[)");
+    bool first = true;
+    for (const ixSize d : dims_of(a)) {
+      if (!first) out_->raw(",");
+      first = false;
+      out_->number(static_cast<double>(d));
+    }
+    out_->raw(R"(],"tntype":")");
+    out_->raw(type);
+    out_->raw(R"("})");
+  }
+
+  void cell(const ixArray* a) {
+    out_->raw(R"({"tndata":[)");
+    const ixSize n = ixGetNumberOfElements(a);
+    for (ixSize i = 0; i < n; ++i) {
+      if (i) out_->raw(",");
+      value(ixGetCell(a, i));
+    }
+    out_->raw("]");
+    size_and_type(a, "cell");
+  }
+
+  void struct_scalar(const ixArray* a) {
+    out_->raw("{");
+    bool first = true;
+    for (const int f : sorted_fields(a)) {
+      if (!first) out_->raw(",");
+      first = false;
+      out_->string(ixGetFieldName(a, f));
+      out_->raw(":");
+      value(ixGetFieldByNumber(a, 0, f));
+    }
+    out_->raw("}");
+  }
+
+  // Field by field, in name order, each the column of its values.
+  void struct_large(const ixArray* a) {
+    out_->raw(R"({"tndata":{)");
+    const ixSize n = ixGetNumberOfElements(a);
+    bool first = true;
+    for (const int f : sorted_fields(a)) {
+      if (!first) out_->raw(",");
+      first = false;
+      out_->string(ixGetFieldName(a, f));
+      out_->raw(":[");
+      for (ixSize i = 0; i < n; ++i) {
+        if (i) out_->raw(",");
+        // The host keeps the values element by element, so a column strides
+        // through memory where no hardware prefetcher follows.
+        if (i + kPrefetchAhead < n) prefetch(ixGetFieldByNumber(a, i + kPrefetchAhead, f));
+        value(ixGetFieldByNumber(a, i, f));
+      }
+      out_->raw("]");
+    }
+    out_->raw("}");
+    size_and_type(a, "struct");
+  }
+
+  void text(const ixArray* a) {
+    text_.clear();
+    utf8_.convert(static_cast<const char16_t*>(ixGetData(a)), ixGetNumberOfElements(a), text_);
+    out_->string(text_);
+  }
+
+  void chars(const ixArray* a) {
+    const auto dims = dims_of(a);
+    const bool row = dims.size() == 2 && dims[0] == 1 && dims[1] >= 1;
+    if (small_ && (row || is_2d(dims, 0, 0))) return text(a);
+    out_->raw(R"({"tndata":[)");
+    text(a);
+    out_->raw("]");
+    size_and_type(a, element_traits<char16_t>::name);
+  }
+
+  // NaN and the infinities: large data take the chosen form, small
+  // notation always the object.
+  void special(double x, bool large) {
+    const char* name = x != x ? "NaN" : x > 0 ? "Inf" : "-Inf";
+    if (large && nan_ == NanType::string) return out_->string(name);
+    out_->raw(R"({"tndata":)");
+    out_->string(name);
+    out_->raw("}");
+  }
+
+  // Elements separated by commas, a comma first when `comma`.
+  template <class T>
+  void elements(const T* x, std::size_t n, bool comma, bool large) {
+    if constexpr (std::is_same_v<T, bool>) {
+      for (std::size_t i = 0; i < n; ++i) {
+        if (i || comma) out_->raw(",");
+        out_->boolean(x[i]);
+      }
+    } else {
+      for (std::size_t i = 0; i < n;) {
+        i += out_->numbers(x + i, n - i, comma || i);
+        if (i == n) break;
+        if (comma || i) out_->raw(",");
+        special(static_cast<double>(x[i]), large);
+        ++i;
+      }
+    }
+  }
+
+  template <class T>
+  void large(const ixArray* a, const matrix::typed_array<T>& view) {
+    out_->raw(R"({"tndata":[)");
+    elements(view.data(), view.size(), false, true);
+    out_->raw("]");
+    size_and_type(a, element_traits<T>::name);
+  }
+
+  void numeric_large(const ixArray* a) {
+    const bool complex = ixIsComplex(a);
+    with_numeric_class(ixGetClassID(a), [&](auto tag) {
+      using T = typename decltype(tag)::type;
+      if (complex) {
+        const matrix::typed_array<std::complex<T>> view(a);
+        out_->raw(R"({"tncomplex":true,"tndata":[)");
+        // Each element is its real part and then its imaginary part, as stored.
+        elements(reinterpret_cast<const T*>(view.data()), 2 * view.size(), false, true);
+        out_->raw("]");
+        size_and_type(a, element_traits<T>::name);
+      } else {
+        large(a, matrix::typed_array<T>(a));
+      }
+    });
+  }
+
+  // A non-empty double or logical of two dimensions in small notation: the
+  // bare value for 1-by-1, a flat array for a column, else one array per
+  // row.
+  template <class T>
+  void small(const matrix::typed_array<T>& view, std::span<const ixSize> dims) {
+    const T* x = view.data();
+    if (is_2d(dims, 1, 1)) return elements(x, 1, false, false);
+    out_->raw("[");
+    if (dims[1] == 1) {
+      elements(x, view.size(), false, false);
+    } else {
+      const std::size_t m = dims[0], n = dims[1];
+      // Gathered so that the row is written in one run (bool as a byte: no
+      // packed vector).
+      std::vector<std::conditional_t<std::is_same_v<T, bool>, char, T>> row(n);
+      for (std::size_t i = 0; i < m; ++i) {
+        for (std::size_t j = 0; j < n; ++j) row[j] = x[i + j * m];
+        out_->raw(i ? ",[" : "[");
+        elements(reinterpret_cast<const T*>(row.data()), n, false, false);
+        out_->raw("]");
+      }
+    }
+    out_->raw("]");
+  }
+
+  const bool small_;
+  const NanType nan_;
+  TextStream* out_ = nullptr;
+  fl::i18n::codecvt_ustring_to_string utf8_{"UTF-8", true};
+  std::string text_;
+};
+
+}  // namespace
+
+ixArray* write_direct(const ixArray* a, ToJsonMode mode, NanType nan) {
+  struct Job {
+    Writer writer;
+    const ixArray* a;
+    std::size_t room;
+  } job{Writer(mode, nan), a, 0};
+  job.room = job.writer.room(a);
+  if (!job.room) return nullptr;
+  return ixCreateStringInPlace(
+      job.room,
+      [](char16_t* out, void* context) {
+        auto& job = *static_cast<Job*>(context);
+        TextStream stream(out, job.room);
+        job.writer.write(stream, job.a);
+        return stream.finish();
+      },
+      &job);
+}
+
+}  // namespace ixtal_json::detail
