@@ -40,8 +40,8 @@ std::size_t text_units(const char16_t* s, std::size_t n) noexcept {
   for (std::size_t i = 0; i < n; ++i) units += s[i] < 0x20 ? 5 : s[i] == u'"' || s[i] == u'\\';
   return units;
 }
-std::size_t text_units(const std::string& s) noexcept {
-  std::size_t units = s.size() + 4;  // quotes, colon, comma
+std::size_t text_units(std::string_view s) noexcept {
+  std::size_t units = s.size() + 4;  // quotes, colon or comma
   for (const char c : s) units += static_cast<unsigned char>(c) < 0x20 ? 5 : c == '"' || c == '\\';
   return units;
 }
@@ -57,76 +57,202 @@ std::vector<int> sorted_fields(const ixArray* s) {
   return order;
 }
 
-// Values ahead of the one being written whose arrays are fetched into the
-// cache, and the array with the data it holds in its own allocation.
+// Values ahead of the one being planned whose arrays are fetched into the
+// cache: the host keeps a structure's values element by element, so a
+// column strides through memory where no hardware prefetcher follows. The
+// second line is where a small array keeps its data.
 constexpr ixSize kPrefetchAhead = 8;
 inline void prefetch(const ixArray* a) noexcept {
   __builtin_prefetch(a);
   __builtin_prefetch(reinterpret_cast<const char*>(a) + 64);
 }
 
+// What the text of one array is, decided while the room is reckoned. The
+// writing then reads the plan in order and goes back to the host array only
+// for the larger forms: a structure of many scalar fields is written
+// without another call to the host per value.
+enum class Form : std::uint8_t {
+  empty,          // an unset element: the empty double
+  number,         // a small-notation 1-by-1 double
+  boolean,        // a small-notation 1-by-1 logical
+  text,           // a small-notation char row (or 0-by-0) as a string, in UTF-8 already
+  other,          // any other form of a numeric, logical or char array
+  cell,           // followed by the plans of its elements
+  struct_large,   // followed by its values, field by field in name order
+  struct_scalar,  // followed by its values in name order
+  empty_object,   // a small-notation 0-by-0 structure without fields: {}
+};
+
+struct Step {
+  Form form;
+  const ixArray* a;
+  union {
+    double number;
+    bool boolean;
+    std::size_t text;    // where its UTF-8 starts in the text list
+    std::size_t fields;  // structures: where their field order starts in the field list
+  };
+  std::size_t count;  // text: its bytes
+};
+
 class Writer {
  public:
   Writer(ToJsonMode mode, NanType nan) : small_(mode == ToJsonMode::small), nan_(nan) {}
 
-  // Units the text of a (null: unset) takes at most; 0 when the writer
-  // leaves the array to the tree.
-  std::size_t room(const ixArray* a, std::size_t levels = 0) const {
-    if (!a) return kLargeObjectUnits;  // the empty double
-    if (ixIsSparse(a) || !matrix::detail::isValidClassId(ixGetClassID(a))) return 0;
+  // Plans the text of a (null: unset) and returns the units it takes at
+  // most; 0 when the writer leaves the array to the tree.
+  std::size_t plan(const ixArray* a, std::size_t levels = 0) {
+    if (a && (ixGetClassID(a) == ixCELL_CLASS || ixGetClassID(a) == ixSTRUCT_CLASS) && !ixIsComplex(a))
+      return plan_container(a, levels);
+    return plan_leaf(steps_.emplace_back(), a);
+  }
+
+ private:
+  static bool is_container(const ixArray* a) noexcept {
+    return a && (ixGetClassID(a) == ixCELL_CLASS || ixGetClassID(a) == ixSTRUCT_CLASS);
+  }
+
+  std::size_t plan_container(const ixArray* a, std::size_t levels) {
+    if (ixIsSparse(a) || levels >= kMaxContainerLevels) return 0;
     const auto dims = dims_of(a);
     if (dims.size() < 2) return 0;
     const ixSize n = ixGetNumberOfElements(a);
     const std::size_t fixed = kLargeObjectUnits + kNumberUnits * dims.size();
+    const std::size_t at = steps_.size();
+    steps_.emplace_back().a = a;
+    std::size_t units = fixed;
+    if (ixGetClassID(a) == ixCELL_CLASS) {
+      steps_[at].form = Form::cell;
+      for (ixSize i = 0; i < n; ++i) {
+        const std::size_t r = plan(ixGetCell(a, i), levels + 1);
+        if (!r) return 0;
+        units += r + 1;
+      }
+      return units;
+    }
+    const int nfields = ixGetNumberOfFields(a);
+    const std::vector<int> order = sorted_fields(a);
+    if (nfields > 0 && order.empty()) return 0;
+    steps_[at].form = small_ && is_2d(dims, 1, 1)                        ? Form::struct_scalar
+                      : small_ && is_2d(dims, 0, 0) && nfields == 0 ? Form::empty_object
+                                                                     : Form::struct_large;
+    steps_[at].fields = fields_.size();
+    fields_.insert(fields_.end(), order.begin(), order.end());
+    for (const int f : order) units += text_units(ixGetFieldName(a, f)) + 2;
+    // The text goes field by field, the host keeps the values element by
+    // element: values without elements of their own are planned in the
+    // host's order, each into its place in the text's.
+    const std::size_t first = steps_.size(), count = n * order.size();
+    std::vector<std::size_t> place(order.size());
+    for (std::size_t k = 0; k < order.size(); ++k) place[std::size_t(order[k])] = first + k * n;
+    steps_.resize(first + count);
+    bool flat = true;
+    for (ixSize i = 0; i < n && flat; ++i)
+      for (int f = 0; f < nfields; ++f) {
+        const ixArray* v = ixGetFieldByNumber(a, i, f);
+        if (is_container(v)) {
+          flat = false;
+          break;
+        }
+        const std::size_t r = plan_leaf(steps_[place[std::size_t(f)] + i], v);
+        if (!r) return 0;
+        units += r + 1;
+      }
+    if (flat) return units;
+    steps_.resize(first);
+    units = fixed;
+    for (const int f : order) {
+      units += text_units(ixGetFieldName(a, f)) + 2;
+      for (ixSize i = 0; i < n; ++i) {
+        if (i + kPrefetchAhead < n) prefetch(ixGetFieldByNumber(a, i + kPrefetchAhead, f));
+        const std::size_t r = plan(ixGetFieldByNumber(a, i, f), levels + 1);
+        if (!r) return 0;
+        units += r + 1;
+      }
+    }
+    return units;
+  }
+
+  // An array without elements of its own (null: unset).
+  std::size_t plan_leaf(Step& step, const ixArray* a) {
+    step.a = a;
+    if (!a) {
+      step.form = Form::empty;
+      return kLargeObjectUnits;
+    }
     const ixClassID cls = ixGetClassID(a);
+    if (ixIsSparse(a) || !matrix::detail::isValidClassId(cls)) return 0;
+    const auto dims = dims_of(a);
+    if (dims.size() < 2) return 0;
+    const ixSize n = ixGetNumberOfElements(a);
+    const std::size_t fixed = kLargeObjectUnits + kNumberUnits * dims.size();
+    step.form = Form::other;
     if (ixIsComplex(a)) return ixIsNumeric(a) ? fixed + 2 * kNumberUnits * n : 0;
     switch (cls) {
-      case ixCELL_CLASS:
-      case ixSTRUCT_CLASS: {
-        if (levels >= kMaxContainerLevels) return 0;
-        std::size_t units = fixed;
-        const int nfields = cls == ixSTRUCT_CLASS ? ixGetNumberOfFields(a) : 1;
-        if (cls == ixSTRUCT_CLASS) {
-          if (nfields > 0 && sorted_fields(a).empty()) return 0;
-          for (int f = 0; f < nfields; ++f) units += text_units(ixGetFieldName(a, f)) + 2;
+      case ixCHAR_CLASS: {
+        const auto* text = static_cast<const char16_t*>(ixGetData(a));
+        if (small_ && ((dims.size() == 2 && dims[0] == 1 && dims[1] >= 1) || is_2d(dims, 0, 0))) {
+          // Converted while the array is in cache.
+          step.form = Form::text;
+          step.text = texts_.size();
+          utf8_.convert(text, n, texts_);
+          step.count = texts_.size() - step.text;
+          return text_units(std::string_view(texts_).substr(step.text));
         }
-        for (ixSize i = 0; i < n; ++i)
-          for (int f = 0; f < nfields; ++f) {
-            const std::size_t r = room(cls == ixCELL_CLASS ? ixGetCell(a, i) : ixGetFieldByNumber(a, i, f), levels + 1);
-            if (!r) return 0;
-            units += r + 1;
-          }
-        return units;
+        return fixed + text_units(text, n);
       }
-      case ixCHAR_CLASS:
-        return fixed + text_units(static_cast<const char16_t*>(ixGetData(a)), n);
       case ixLOGICAL_CLASS:
       case ixDOUBLE_CLASS:
+        if (small_ && is_2d(dims, 1, 1)) {
+          if (cls == ixDOUBLE_CLASS) {
+            step.form = Form::number;
+            step.number = *static_cast<const double*>(ixGetData(a));
+          } else {
+            step.form = Form::boolean;
+            step.boolean = *static_cast<const bool*>(ixGetData(a));
+          }
+          return kNumberUnits;
+        }
         // Small notation nests one JSON array per dimension; only two are
         // written here.
         if (small_ && n > 1 && dims.size() > 2) return 0;
         return fixed + (cls == ixLOGICAL_CLASS ? kBooleanUnits : kNumberUnits) * n + (n ? 3 * dims[0] : 0);
+      case ixCELL_CLASS:
+      case ixSTRUCT_CLASS:
+        return 0;  // complex containers: the tree names the class
       default:
         return ixIsNumeric(a) ? fixed + kNumberUnits * n : 0;
     }
   }
 
-  void write(TextStream& out, const ixArray* a) {
+ public:
+  void write(TextStream& out) {
     out_ = &out;
-    value(a);
+    next_ = steps_.data();
+    value();
   }
 
  private:
-  void value(const ixArray* a) {
-    if (!a) return empty_double();
+  // Writes the text of the next step (and of the steps it is followed by).
+  void value() {
+    const Step& step = *next_++;
+    switch (step.form) {
+      case Form::empty: return empty_double();
+      case Form::number:
+        if (std::isfinite(step.number)) [[likely]] return out_->number(step.number);
+        return special(step.number, false);
+      case Form::boolean: return out_->boolean(step.boolean);
+      case Form::text: return out_->string(std::string_view(texts_).substr(step.text, step.count));
+      case Form::cell: return cell(step.a);
+      case Form::struct_large: return struct_large(step.a, fields_.data() + step.fields);
+      case Form::struct_scalar: return struct_scalar(step.a, fields_.data() + step.fields);
+      case Form::empty_object: return out_->raw("{}");
+      case Form::other: break;
+    }
+    const ixArray* a = step.a;
     if (ixIsComplex(a)) return numeric_large(a);
     const auto dims = dims_of(a);
     switch (ixGetClassID(a)) {
-      case ixCELL_CLASS: return cell(a);
-      case ixSTRUCT_CLASS:
-        if (small_ && is_2d(dims, 1, 1)) return struct_scalar(a);
-        if (small_ && is_2d(dims, 0, 0) && ixGetNumberOfFields(a) == 0) return out_->raw("{}");
-        return struct_large(a);
       case ixCHAR_CLASS: return chars(a);
       case ixLOGICAL_CLASS:
         if (!small_ || ixGetNumberOfElements(a) == 0) return large(a, matrix::typed_array<bool>(a));
@@ -164,41 +290,34 @@ class Writer {
     const ixSize n = ixGetNumberOfElements(a);
     for (ixSize i = 0; i < n; ++i) {
       if (i) out_->raw(",");
-      value(ixGetCell(a, i));
+      value();
     }
     out_->raw("]");
     size_and_type(a, "cell");
   }
 
-  void struct_scalar(const ixArray* a) {
+  void struct_scalar(const ixArray* a, const int* order) {
     out_->raw("{");
-    bool first = true;
-    for (const int f : sorted_fields(a)) {
-      if (!first) out_->raw(",");
-      first = false;
-      out_->string(ixGetFieldName(a, f));
+    for (int k = 0; k < ixGetNumberOfFields(a); ++k) {
+      if (k) out_->raw(",");
+      out_->string(ixGetFieldName(a, order[k]));
       out_->raw(":");
-      value(ixGetFieldByNumber(a, 0, f));
+      value();
     }
     out_->raw("}");
   }
 
   // Field by field, in name order, each the column of its values.
-  void struct_large(const ixArray* a) {
+  void struct_large(const ixArray* a, const int* order) {
     out_->raw(R"({"tndata":{)");
     const ixSize n = ixGetNumberOfElements(a);
-    bool first = true;
-    for (const int f : sorted_fields(a)) {
-      if (!first) out_->raw(",");
-      first = false;
-      out_->string(ixGetFieldName(a, f));
+    for (int k = 0; k < ixGetNumberOfFields(a); ++k) {
+      if (k) out_->raw(",");
+      out_->string(ixGetFieldName(a, order[k]));
       out_->raw(":[");
       for (ixSize i = 0; i < n; ++i) {
         if (i) out_->raw(",");
-        // The host keeps the values element by element, so a column strides
-        // through memory where no hardware prefetcher follows.
-        if (i + kPrefetchAhead < n) prefetch(ixGetFieldByNumber(a, i + kPrefetchAhead, f));
-        value(ixGetFieldByNumber(a, i, f));
+        value();
       }
       out_->raw("]");
     }
@@ -206,18 +325,19 @@ class Writer {
     size_and_type(a, "struct");
   }
 
-  void text(const ixArray* a) {
+  void text(const char16_t* s, std::size_t n) {
     text_.clear();
-    utf8_.convert(static_cast<const char16_t*>(ixGetData(a)), ixGetNumberOfElements(a), text_);
+    utf8_.convert(s, n, text_);
     out_->string(text_);
   }
 
   void chars(const ixArray* a) {
     const auto dims = dims_of(a);
     const bool row = dims.size() == 2 && dims[0] == 1 && dims[1] >= 1;
-    if (small_ && (row || is_2d(dims, 0, 0))) return text(a);
+    const auto* chars = static_cast<const char16_t*>(ixGetData(a));
+    if (small_ && (row || is_2d(dims, 0, 0))) return text(chars, ixGetNumberOfElements(a));
     out_->raw(R"({"tndata":[)");
-    text(a);
+    text(chars, ixGetNumberOfElements(a));
     out_->raw("]");
     size_and_type(a, element_traits<char16_t>::name);
   }
@@ -303,6 +423,10 @@ class Writer {
 
   const bool small_;
   const NanType nan_;
+  std::vector<Step> steps_;
+  std::vector<int> fields_;  // the field order of every structure planned
+  std::string texts_;        // the UTF-8 of every text planned
+  const Step* next_ = nullptr;
   TextStream* out_ = nullptr;
   fl::i18n::codecvt_ustring_to_string utf8_{"UTF-8", true};
   std::string text_;
@@ -316,14 +440,14 @@ ixArray* write_direct(const ixArray* a, ToJsonMode mode, NanType nan) {
     const ixArray* a;
     std::size_t room;
   } job{Writer(mode, nan), a, 0};
-  job.room = job.writer.room(a);
+  job.room = job.writer.plan(a);
   if (!job.room) return nullptr;
   return ixCreateStringInPlace(
       job.room,
       [](char16_t* out, void* context) {
         auto& job = *static_cast<Job*>(context);
         TextStream stream(out, job.room);
-        job.writer.write(stream, job.a);
+        job.writer.write(stream);
         return stream.finish();
       },
       &job);
