@@ -17,6 +17,10 @@
 #include <string_view>
 #include <type_traits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 // Dragonbox from fmt's header (the build keeps fmt's inline functions out
 // of the runtime's exported symbols).
 #define FMT_HEADER_ONLY
@@ -86,14 +90,33 @@ inline std::uint64_t eight_digits(std::uint32_t v) noexcept {
 // Writes v in decimal in two registers of digits, without a branch on its
 // length (a loop over digit pairs mispredicts on numbers of mixed lengths),
 // and returns the end. Stores 16 bytes at p whatever the length.
-inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
-  const int digits = decimal_digits(v);
+// The digits of v, the first in the lowest byte, and their count.
+inline unsigned __int128 decimal_register_32(std::uint32_t v, int& digits) noexcept {
+  digits = decimal_digits(v);
   const std::uint64_t high = v / 100000000;
   const std::uint64_t high_digits = (high / 10) | ((high % 10) << 8);
-  unsigned __int128 text = (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
-  text >>= 8 * (10 - digits);
+  const unsigned __int128 text =
+      (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
+  return text >> (8 * (10 - digits));
+}
+
+inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
+  int digits;
+  const unsigned __int128 text = decimal_register_32(v, digits);
   std::memcpy(p, &text, 16);
   return p + digits;
+}
+
+// Stores the 16 bytes of text as 16 UTF-16 units at u.
+inline void store_widened(char16_t* u, unsigned __int128 text) noexcept {
+#if defined(__SSE2__)
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&text));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u), _mm_unpacklo_epi8(bytes, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u + 8), _mm_unpackhi_epi8(bytes, zero));
+#else
+  for (int i = 0; i < 16; ++i) u[i] = char16_t(static_cast<std::uint8_t>(text >> (8 * i)));
+#endif
 }
 
 // The longest number text: "-2.2250738585072014e-308".
@@ -297,8 +320,10 @@ class Writer {
   // elements of one type.
   template <class T>
   std::size_t numbers(const T* x, std::size_t n, bool comma) {
+    std::size_t i = 0;
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) i = units_directly(x, n, comma);
     char* p = p_;
-    for (std::size_t i = 0; i < n; ++i) {
+    for (; i < n; ++i) {
       if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
         p_ = p;
         flush();
@@ -464,6 +489,39 @@ class Writer {
     // Most whole numbers fit 32 bits, where dividing is cheaper.
     if (magnitude <= 0xFFFFFFFF) [[likely]] return write_decimal_32(p, std::uint32_t(magnitude));
     return write_digits(p, magnitude, decimal_digits(magnitude));
+  }
+
+  // Integers of up to 32 bits go straight to the UTF-16 output of a writer
+  // that knows its room, without the chunk and the conversion after it (the
+  // digits are widened in their register). Returns the elements written;
+  // the chunk's loop writes the rest.
+  template <class T>
+  std::size_t units_directly(const T* x, std::size_t n, bool comma) {
+    if (!units_end_) return 0;
+    flush();
+    if (p_ != chunk_.get()) return 0;  // the chunk holds the start of a UTF-8 sequence
+    // A number takes at most 12 units; the widened digits are 16 stored.
+    constexpr std::size_t kUnitsRoom = 2 + 16;
+    char16_t* u = units_;
+    std::size_t i = 0;
+    for (; i < n && std::size_t(units_end_ - u) >= kUnitsRoom + kNumberRoom; ++i) {
+      *u = u',';
+      u += i > 0 || comma;
+      const std::int64_t v = x[i];
+      if (v % 100000 == 0) [[unlikely]] {  // scientific may be shorter: the general path, as whole_number
+        char text[kNumberRoom];
+        const char* const end = shortest(text, static_cast<double>(v));
+        for (const char* c = text; c != end; ++c) *u++ = char16_t(*c);
+        continue;
+      }
+      *u = u'-';
+      u += v < 0;
+      int digits;
+      store_widened(u, decimal_register_32(std::uint32_t(v < 0 ? -v : v), digits));
+      u += digits;
+    }
+    units_ = u;
+    return i;
   }
 
   // whole_number for an integer of up to 32 bits, without the double: it
