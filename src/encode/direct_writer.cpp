@@ -12,7 +12,6 @@
 #include "foundation/json/serializer.hpp"
 #include "host/class_traits.hpp"
 #include "ixtal/matrix.hpp"
-#include "ixtal/text.hpp"
 
 namespace ixtal_json::detail {
 namespace {
@@ -75,7 +74,7 @@ enum class Form : std::uint8_t {
   empty,          // an unset element: the empty double
   number,         // a small-notation 1-by-1 double
   boolean,        // a small-notation 1-by-1 logical
-  text,           // a small-notation char row (or 0-by-0) as a string, in UTF-8 already
+  text,           // a small-notation char row (or 0-by-0) as a string
   other,          // any other form of a numeric, logical or char array
   cell,           // followed by the plans of its elements
   struct_large,   // followed by its values, field by field in name order
@@ -89,10 +88,10 @@ struct Step {
   union {
     double number;
     bool boolean;
-    std::size_t text;    // where its UTF-8 starts in the text list
+    std::size_t text;    // where it starts in the text list
     std::size_t fields;  // structures: where their field order starts in the field list
   };
-  std::size_t count;  // text: its bytes
+  std::size_t count;  // text: its units
 };
 
 class Writer {
@@ -180,11 +179,14 @@ class Writer {
       step.form = Form::empty;
       return kLargeObjectUnits;
     }
+    // As few calls to the host as will do: a table of records makes a few
+    // of them per value.
     const ixClassID cls = ixGetClassID(a);
-    if (ixIsSparse(a) || !matrix::detail::isValidClassId(cls)) return 0;
+    if (ixIsSparse(a)) return 0;
     const auto dims = dims_of(a);
     if (dims.size() < 2) return 0;
-    const ixSize n = ixGetNumberOfElements(a);
+    ixSize n = 1;
+    for (const ixSize d : dims) n *= d;
     const std::size_t fixed = kLargeObjectUnits + kNumberUnits * dims.size();
     step.form = Form::other;
     if (ixIsComplex(a)) return ixIsNumeric(a) ? fixed + 2 * kNumberUnits * n : 0;
@@ -192,12 +194,13 @@ class Writer {
       case ixCHAR_CLASS: {
         const auto* text = static_cast<const char16_t*>(ixGetData(a));
         if (small_ && ((dims.size() == 2 && dims[0] == 1 && dims[1] >= 1) || is_2d(dims, 0, 0))) {
-          // Converted while the array is in cache.
+          // Copied while the array is in cache.
           step.form = Form::text;
           step.text = texts_.size();
-          utf8_.convert(text, n, texts_);
-          step.count = texts_.size() - step.text;
-          return text_units(std::string_view(texts_).substr(step.text));
+          step.count = n;
+          texts_.append(text, n);
+          return 6 * n + 3;  // every unit escaped, quotes and a comma
+          
         }
         return fixed + text_units(text, n);
       }
@@ -221,6 +224,7 @@ class Writer {
       case ixSTRUCT_CLASS:
         return 0;  // complex containers: the tree names the class
       default:
+        if (!matrix::detail::isValidClassId(cls)) return 0;
         return ixIsNumeric(a) ? fixed + kNumberUnits * n : 0;
     }
   }
@@ -242,7 +246,7 @@ class Writer {
         if (std::isfinite(step.number)) [[likely]] return out_->number(step.number);
         return special(step.number, false);
       case Form::boolean: return out_->boolean(step.boolean);
-      case Form::text: return out_->string(std::string_view(texts_).substr(step.text, step.count));
+      case Form::text: return out_->string(std::u16string_view(texts_).substr(step.text, step.count));
       case Form::cell: return cell(step.a);
       case Form::struct_large: return struct_large(step.a, fields_.data() + step.fields);
       case Form::struct_scalar: return struct_scalar(step.a, fields_.data() + step.fields);
@@ -325,11 +329,7 @@ class Writer {
     size_and_type(a, "struct");
   }
 
-  void text(const char16_t* s, std::size_t n) {
-    text_.clear();
-    utf8_.convert(s, n, text_);
-    out_->string(text_);
-  }
+  void text(const char16_t* s, std::size_t n) { out_->string(std::u16string_view(s, n)); }
 
   void chars(const ixArray* a) {
     const auto dims = dims_of(a);
@@ -425,11 +425,9 @@ class Writer {
   const NanType nan_;
   std::vector<Step> steps_;
   std::vector<int> fields_;  // the field order of every structure planned
-  std::string texts_;        // the UTF-8 of every text planned
+  std::u16string texts_;     // every text planned
   const Step* next_ = nullptr;
   TextStream* out_ = nullptr;
-  fl::i18n::codecvt_ustring_to_string utf8_{"UTF-8", true};
-  std::string text_;
 };
 
 }  // namespace

@@ -524,6 +524,52 @@ class Writer {
     return i;
   }
 
+  // What string() writes for the UTF-8 of the host text s, written from s
+  // straight to the UTF-16 output of a writer that knows its room: the two
+  // conversions of a round trip give back every unit except an unpaired
+  // surrogate, which becomes U+FFFD.
+  void string(std::u16string_view s) {
+    constexpr std::size_t kEscapedUnits = 6;  // \u00XX
+    if (units_end_) flush();
+    if (!units_end_ || p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 1) {
+      std::string utf8;
+      fl::i18n::codecvt_ustring_to_string("UTF-8").convert(s.data(), s.size(), utf8);
+      return string(std::string_view(utf8));
+    }
+    char16_t* u = units_;
+    *u++ = u'"';
+    for (std::size_t i = 0; i < s.size(); ++i) {
+      const char16_t c = s[i];
+      if (c >= 0x80) [[unlikely]] {
+        if (c < 0xD800 || c > 0xDFFF) {
+          *u++ = c;
+        } else if (c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+          *u++ = c;
+          *u++ = s[++i];
+        } else {
+          *u++ = char16_t(0xFFFD);
+        }
+        continue;
+      }
+      const char e = kEscapes[c];
+      if (!e) [[likely]] {
+        *u++ = c;
+        continue;
+      }
+      *u++ = u'\\';
+      *u++ = char16_t(e);
+      if (e == 'u') {
+        static constexpr char16_t kHex[] = u"0123456789abcdef";
+        *u++ = u'0';
+        *u++ = u'0';
+        *u++ = kHex[c >> 4];
+        *u++ = kHex[c & 0xF];
+      }
+    }
+    *u++ = u'"';
+    units_ = u;
+  }
+
   // whole_number for an integer of up to 32 bits, without the double: it
   // is exact and below 2^53, so only the test for trailing zeros remains.
   template <class I>
@@ -654,8 +700,13 @@ class TextStream::Impl : public Writer {
 
 TextStream::TextStream(char16_t* out, std::size_t room) : impl_(std::make_unique<Impl>(out, room)), out_(out) {}
 TextStream::~TextStream() = default;
-void TextStream::raw(std::string_view ascii) { impl_->put(ascii.data(), ascii.size()); }
+void TextStream::raw(std::string_view ascii) {
+  // Mostly a comma or a bracket: no copy call for one byte.
+  if (ascii.size() == 1) return impl_->put(ascii[0]);
+  impl_->put(ascii.data(), ascii.size());
+}
 void TextStream::string(std::string_view utf8) { impl_->string(utf8); }
+void TextStream::string(std::u16string_view text) { impl_->string(text); }
 void TextStream::boolean(bool b) { b ? impl_->put("true", 4) : impl_->put("false", 5); }
 void TextStream::number(double d) { impl_->number(d); }
 void TextStream::number(float f) { impl_->number(f); }

@@ -63,6 +63,8 @@ class IXTAL_API TextStream {
   // Text that needs no escaping (brackets, commas, known keys), as it is.
   void raw(std::string_view ascii);
   void string(std::string_view utf8);
+  // The same for the UTF-8 of a host text, without making it.
+  void string(std::u16string_view text);
   void boolean(bool b);
   void number(double d);
   void number(float f);
