@@ -498,7 +498,7 @@ class Writer {
   template <class T>
   std::size_t units_directly(const T* x, std::size_t n, bool comma) {
     if (!units_end_) return 0;
-    flush();
+    if (p_ != chunk_.get()) flush();
     if (p_ != chunk_.get()) return 0;  // the chunk holds the start of a UTF-8 sequence
     // A number takes at most 12 units; the widened digits are 16 stored.
     constexpr std::size_t kUnitsRoom = 2 + 16;
@@ -530,7 +530,7 @@ class Writer {
   // surrogate, which becomes U+FFFD.
   void string(std::u16string_view s) {
     constexpr std::size_t kEscapedUnits = 6;  // \u00XX
-    if (units_end_) flush();
+    if (units_end_ && p_ != chunk_.get()) flush();
     if (!units_end_ || p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 1) {
       std::string utf8;
       fl::i18n::codecvt_ustring_to_string("UTF-8").convert(s.data(), s.size(), utf8);
@@ -568,6 +568,18 @@ class Writer {
     }
     *u++ = u'"';
     units_ = u;
+  }
+
+  // Text that needs no escaping. Between texts written straight to the
+  // output it goes there too, so that a comma does not pass through the
+  // chunk and its conversion on its own.
+  void ascii(const char* s, std::size_t n) {
+    if (units_end_ && p_ == chunk_.get() && std::size_t(units_end_ - units_) >= n) {
+      for (std::size_t i = 0; i < n; ++i) units_[i] = char16_t(s[i]);
+      units_ += n;
+      return;
+    }
+    put(s, n);
   }
 
   // whole_number for an integer of up to 32 bits, without the double: it
@@ -700,11 +712,7 @@ class TextStream::Impl : public Writer {
 
 TextStream::TextStream(char16_t* out, std::size_t room) : impl_(std::make_unique<Impl>(out, room)), out_(out) {}
 TextStream::~TextStream() = default;
-void TextStream::raw(std::string_view ascii) {
-  // Mostly a comma or a bracket: no copy call for one byte.
-  if (ascii.size() == 1) return impl_->put(ascii[0]);
-  impl_->put(ascii.data(), ascii.size());
-}
+void TextStream::raw(std::string_view ascii) { impl_->ascii(ascii.data(), ascii.size()); }
 void TextStream::string(std::string_view utf8) { impl_->string(utf8); }
 void TextStream::string(std::u16string_view text) { impl_->string(text); }
 void TextStream::boolean(bool b) { b ? impl_->put("true", 4) : impl_->put("false", 5); }
