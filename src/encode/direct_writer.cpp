@@ -83,6 +83,7 @@ enum class Form : std::uint8_t {
 };
 
 struct Step {
+  Step() noexcept {}  // left unset: the plan of a structure is sized first, then filled
   Form form;
   const ixArray* a;
   union {
@@ -237,16 +238,23 @@ class Writer {
   }
 
  private:
-  // Writes the text of the next step (and of the steps it is followed by).
-  void value() {
+  // Writes the text of the next step (and of the steps it is followed by),
+  // after a comma when `comma` is set.
+  void value(bool comma = false) {
     const Step& step = *next_++;
     switch (step.form) {
-      case Form::empty: return empty_double();
       case Form::number:
-        if (std::isfinite(step.number)) [[likely]] return out_->number(step.number);
-        return special(step.number, false);
-      case Form::boolean: return out_->boolean(step.boolean);
-      case Form::text: return out_->string(std::u16string_view(texts_).substr(step.text, step.count));
+        if (std::isfinite(step.number)) [[likely]] return out_->number(step.number, comma);
+        break;
+      case Form::boolean: return out_->boolean(step.boolean, comma);
+      case Form::text: return out_->string(std::u16string_view(texts_.data() + step.text, step.count), comma);
+      default: break;
+    }
+    if (comma) out_->raw(",");
+    switch (step.form) {
+      case Form::empty: return empty_double();
+      case Form::number: return special(step.number, false);
+      case Form::boolean: case Form::text: return;  // written above
       case Form::cell: return cell(step.a);
       case Form::struct_large: return struct_large(step.a, fields_.data() + step.fields);
       case Form::struct_scalar: return struct_scalar(step.a, fields_.data() + step.fields);
@@ -292,10 +300,7 @@ class Writer {
   void cell(const ixArray* a) {
     out_->raw(R"({"tndata":[)");
     const ixSize n = ixGetNumberOfElements(a);
-    for (ixSize i = 0; i < n; ++i) {
-      if (i) out_->raw(",");
-      value();
-    }
+    for (ixSize i = 0; i < n; ++i) value(i > 0);
     out_->raw("]");
     size_and_type(a, "cell");
   }
@@ -319,10 +324,7 @@ class Writer {
       if (k) out_->raw(",");
       out_->string(ixGetFieldName(a, order[k]));
       out_->raw(":[");
-      for (ixSize i = 0; i < n; ++i) {
-        if (i) out_->raw(",");
-        value();
-      }
+      for (ixSize i = 0; i < n; ++i) value(i > 0);
       out_->raw("]");
     }
     out_->raw("}");

@@ -528,15 +528,18 @@ class Writer {
   // straight to the UTF-16 output of a writer that knows its room: the two
   // conversions of a round trip give back every unit except an unpaired
   // surrogate, which becomes U+FFFD.
-  void string(std::u16string_view s) {
+  void string(std::u16string_view s, bool comma) {
     constexpr std::size_t kEscapedUnits = 6;  // \u00XX
     if (units_end_ && p_ != chunk_.get()) flush();
-    if (!units_end_ || p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 1) {
+    if (!units_end_ || p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 2) {
       std::string utf8;
       fl::i18n::codecvt_ustring_to_string("UTF-8").convert(s.data(), s.size(), utf8);
+      if (comma) put(',');
       return string(std::string_view(utf8));
     }
     char16_t* u = units_;
+    *u = u',';
+    u += comma;
     *u++ = u'"';
     for (std::size_t i = 0; i < s.size(); ++i) {
       const char16_t c = s[i];
@@ -713,10 +716,19 @@ class TextStream::Impl : public Writer {
 TextStream::TextStream(char16_t* out, std::size_t room) : impl_(std::make_unique<Impl>(out, room)), out_(out) {}
 TextStream::~TextStream() = default;
 void TextStream::raw(std::string_view ascii) { impl_->ascii(ascii.data(), ascii.size()); }
-void TextStream::string(std::string_view utf8) { impl_->string(utf8); }
-void TextStream::string(std::u16string_view text) { impl_->string(text); }
-void TextStream::boolean(bool b) { b ? impl_->put("true", 4) : impl_->put("false", 5); }
-void TextStream::number(double d) { impl_->number(d); }
+void TextStream::string(std::string_view utf8, bool comma) {
+  if (comma) impl_->ascii(",", 1);
+  impl_->string(utf8);
+}
+void TextStream::string(std::u16string_view text, bool comma) { impl_->string(text, comma); }
+void TextStream::boolean(bool b, bool comma) {
+  if (comma) impl_->put(',');
+  b ? impl_->put("true", 4) : impl_->put("false", 5);
+}
+void TextStream::number(double d, bool comma) {
+  if (comma) impl_->put(',');
+  impl_->number(d);
+}
 void TextStream::number(float f) { impl_->number(f); }
 template <class T>
 std::size_t TextStream::numbers(const T* x, std::size_t n, bool comma) {

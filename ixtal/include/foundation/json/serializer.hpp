@@ -62,11 +62,13 @@ class IXTAL_API TextStream {
 
   // Text that needs no escaping (brackets, commas, known keys), as it is.
   void raw(std::string_view ascii);
-  void string(std::string_view utf8);
+  // Each value is preceded by a comma when `comma` is set: one call per
+  // element of a long array instead of two.
+  void string(std::string_view utf8, bool comma = false);
   // The same for the UTF-8 of a host text, without making it.
-  void string(std::u16string_view text);
-  void boolean(bool b);
-  void number(double d);
+  void string(std::u16string_view text, bool comma = false);
+  void boolean(bool b, bool comma = false);
+  void number(double d, bool comma = false);
   void number(float f);
   // Elements of a numeric array, each as number() writes it after
   // converting an integer to double, separated by commas; a comma goes
