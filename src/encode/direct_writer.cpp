@@ -324,11 +324,25 @@ class Writer {
       if (k) out_->raw(",");
       out_->string(ixGetFieldName(a, order[k]));
       out_->raw(":[");
-      for (ixSize i = 0; i < n; ++i) value(i > 0);
+      if (!number_column(n))
+        for (ixSize i = 0; i < n; ++i) value(i > 0);
       out_->raw("]");
     }
     out_->raw("}");
     size_and_type(a, "struct");
+  }
+
+  // A column of the next n steps that are all finite scalar doubles goes
+  // through the numeric array loop in one call. Returns whether it did.
+  bool number_column(std::size_t n) {
+    column_.clear();
+    for (const Step* s = next_; s != next_ + n; ++s) {
+      if (s->form != Form::number || !std::isfinite(s->number)) return false;
+      column_.push_back(s->number);
+    }
+    out_->numbers(column_.data(), n, false);
+    next_ += n;
+    return true;
   }
 
   void text(const char16_t* s, std::size_t n) { out_->string(std::u16string_view(s, n)); }
@@ -428,6 +442,7 @@ class Writer {
   std::vector<Step> steps_;
   std::vector<int> fields_;  // the field order of every structure planned
   std::u16string texts_;     // every text planned
+  std::vector<double> column_;
   const Step* next_ = nullptr;
   TextStream* out_ = nullptr;
 };
