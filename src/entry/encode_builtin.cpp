@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "encode/converter.hpp"
+#include "encode/direct_writer.hpp"
 #include "entry/builtins.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "errors/ix_err_msg_id.hpp"
@@ -59,6 +60,14 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
   const NanType nan = read_option(prhs[2], "nanInfType", u"string", NanType::string, u"object", NanType::object);
   if (!ixIsLogicalScalar(prhs[3])) ixErrMsgId(component_IXTAL::catalog_class::key_RequireLogical());
 
+  const bool pretty = ixIsLogicalScalarTrue(prhs[3]);
+  // Compact text is written straight from the arrays where the writer
+  // serves them; the rest, and every error, comes from the tree.
+  if (!pretty)
+    if (ixArray* text = ixtal_json::detail::write_direct(prhs[0], mode, nan)) {
+      plhs[0] = text;
+      return;
+    }
   foundation::json::Value value;
   try {
     value = convert(prhs[0], mode, nan);
@@ -73,7 +82,7 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
     foundation::json::Serializer writer;
     const foundation::json::Value& value;
   } text{{}, value};
-  text.writer.pretty_print(ixIsLogicalScalarTrue(prhs[3]));
+  text.writer.pretty_print(pretty);
   plhs[0] = ixCreateStringInPlace(
       text.writer.room(value),
       [](char16_t* out, void* t) {

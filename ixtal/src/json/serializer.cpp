@@ -14,6 +14,12 @@
 #include <memory>
 #include <ostream>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // Dragonbox from fmt's header (the build keeps fmt's inline functions out
 // of the runtime's exported symbols).
@@ -84,14 +90,33 @@ inline std::uint64_t eight_digits(std::uint32_t v) noexcept {
 // Writes v in decimal in two registers of digits, without a branch on its
 // length (a loop over digit pairs mispredicts on numbers of mixed lengths),
 // and returns the end. Stores 16 bytes at p whatever the length.
-inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
-  const int digits = decimal_digits(v);
+// The digits of v, the first in the lowest byte, and their count.
+inline unsigned __int128 decimal_register_32(std::uint32_t v, int& digits) noexcept {
+  digits = decimal_digits(v);
   const std::uint64_t high = v / 100000000;
   const std::uint64_t high_digits = (high / 10) | ((high % 10) << 8);
-  unsigned __int128 text = (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
-  text >>= 8 * (10 - digits);
+  const unsigned __int128 text =
+      (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
+  return text >> (8 * (10 - digits));
+}
+
+inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
+  int digits;
+  const unsigned __int128 text = decimal_register_32(v, digits);
   std::memcpy(p, &text, 16);
   return p + digits;
+}
+
+// Stores the 16 bytes of text as 16 UTF-16 units at u.
+inline void store_widened(char16_t* u, unsigned __int128 text) noexcept {
+#if defined(__SSE2__)
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&text));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u), _mm_unpacklo_epi8(bytes, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u + 8), _mm_unpackhi_epi8(bytes, zero));
+#else
+  for (int i = 0; i < 16; ++i) u[i] = char16_t(static_cast<std::uint8_t>(text >> (8 * i)));
+#endif
 }
 
 // The longest number text: "-2.2250738585072014e-308".
@@ -201,6 +226,12 @@ class Writer {
  public:
   Writer(std::string& out, bool pretty) : Writer(pretty) { text_ = &out; }
   Writer(char16_t* out, bool pretty) : Writer(pretty) { units_ = out; }
+  // Room for exactly `room` units: a writer whose room was reckoned
+  // without the tree stops the process before it would write past it.
+  Writer(char16_t* out, std::size_t room) : Writer(false) {
+    units_ = out;
+    units_end_ = out + room;
+  }
 
   // The end of the UTF-16 output.
   char16_t* units() const noexcept { return units_; }
@@ -215,6 +246,8 @@ class Writer {
       return;
     }
     const std::size_t held = last ? 0 : fl::i18n::utf8_incomplete_tail(chunk_.get(), n);
+    // Never more units than bytes.
+    if (units_end_ && std::size_t(units_end_ - units_) < n - held) [[unlikely]] std::abort();
     units_ += fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(chunk_.get(), n - held, units_);
     std::memmove(chunk_.get(), p_ - held, held);
     p_ = chunk_.get() + held;
@@ -244,7 +277,6 @@ class Writer {
     }
   }
 
- private:
   // Room for n more bytes at p_; n is well below kChunk (a flush may keep
   // three bytes).
   char* room(std::size_t n) {
@@ -270,6 +302,52 @@ class Writer {
     p_ += n;
   }
 
+  // What TextStream::numbers writes: the loop of a compact array for
+  // elements of one type.
+  template <class T>
+  std::size_t numbers(const T* x, std::size_t n, bool comma) {
+    std::size_t i = 0;
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) i = units_directly(x, n, comma);
+    char* p = p_;
+    for (; i < n; ++i) {
+      if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
+        p_ = p;
+        flush();
+        p = p_;
+      }
+      if constexpr (std::is_floating_point_v<T>)
+        if (!std::isfinite(x[i])) [[unlikely]] {
+          p_ = p;
+          return i;
+        }
+      *p = ',';
+      p += i > 0 || comma;
+      if constexpr (std::is_same_v<T, float>) {
+        p_ = p;
+        number(x[i]);  // as the tree's float alternative
+        p = p_;
+        continue;
+      } else {
+        char* q;
+        if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) {
+          q = small_whole_number(p, x[i]);
+        } else {
+          q = whole_number(p, static_cast<double>(x[i]));
+        }
+        if (q) [[likely]] {
+          p = q;
+          continue;
+        }
+        p_ = p;
+        general_number(static_cast<double>(x[i]));
+        p = p_;
+      }
+    }
+    p_ = p;
+    return n;
+  }
+
+ private:
   void array(const Array& a, std::size_t level) {
     put('[');
     const Value* const first = a.data();
@@ -370,6 +448,7 @@ class Writer {
     if (!std::isfinite(d)) throw std::domain_error("JSON text has no form for NaN or infinity");
   }
 
+ public:
   // Numeric arrays are mostly whole numbers, and the general shortest
   // conversion costs many times an integer one. A whole number below 2^53
   // (exact, so its digits are its shortest digits) is written as digits
@@ -398,6 +477,111 @@ class Writer {
     return write_digits(p, magnitude, decimal_digits(magnitude));
   }
 
+  // Integers of up to 32 bits go straight to the UTF-16 output of a writer
+  // that knows its room, without the chunk and the conversion after it (the
+  // digits are widened in their register). Returns the elements written;
+  // the chunk's loop writes the rest.
+  template <class T>
+  std::size_t units_directly(const T* x, std::size_t n, bool comma) {
+    if (!units_end_) return 0;
+    if (p_ != chunk_.get()) flush();
+    if (p_ != chunk_.get()) return 0;  // the chunk holds the start of a UTF-8 sequence
+    // A number takes at most 12 units; the widened digits are 16 stored.
+    constexpr std::size_t kUnitsRoom = 2 + 16;
+    char16_t* u = units_;
+    std::size_t i = 0;
+    for (; i < n && std::size_t(units_end_ - u) >= kUnitsRoom + kNumberRoom; ++i) {
+      *u = u',';
+      u += i > 0 || comma;
+      const std::int64_t v = x[i];
+      if (v % 100000 == 0) [[unlikely]] {  // scientific may be shorter: the general path, as whole_number
+        char text[kNumberRoom];
+        const char* const end = shortest(text, static_cast<double>(v));
+        for (const char* c = text; c != end; ++c) *u++ = char16_t(*c);
+        continue;
+      }
+      *u = u'-';
+      u += v < 0;
+      int digits;
+      store_widened(u, decimal_register_32(std::uint32_t(v < 0 ? -v : v), digits));
+      u += digits;
+    }
+    units_ = u;
+    return i;
+  }
+
+  // What string() writes for the UTF-8 of the host text s, written from s
+  // straight to the UTF-16 output of a writer that knows its room: the two
+  // conversions of a round trip give back every unit except an unpaired
+  // surrogate, which becomes U+FFFD.
+  void string(std::u16string_view s, bool comma) {
+    constexpr std::size_t kEscapedUnits = 6;  // \u00XX
+    if (units_end_ && p_ != chunk_.get()) flush();
+    if (!units_end_ || p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 2) {
+      std::string utf8;
+      fl::i18n::codecvt_ustring_to_string("UTF-8").convert(s.data(), s.size(), utf8);
+      if (comma) put(',');
+      return string(std::string_view(utf8));
+    }
+    char16_t* u = units_;
+    *u = u',';
+    u += comma;
+    *u++ = u'"';
+    for (std::size_t i = 0; i < s.size(); ++i) {
+      const char16_t c = s[i];
+      if (c >= 0x80) [[unlikely]] {
+        if (c < 0xD800 || c > 0xDFFF) {
+          *u++ = c;
+        } else if (c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+          *u++ = c;
+          *u++ = s[++i];
+        } else {
+          *u++ = char16_t(0xFFFD);
+        }
+        continue;
+      }
+      const char e = kEscapes[c];
+      if (!e) [[likely]] {
+        *u++ = c;
+        continue;
+      }
+      *u++ = u'\\';
+      *u++ = char16_t(e);
+      if (e == 'u') {
+        static constexpr char16_t kHex[] = u"0123456789abcdef";
+        *u++ = u'0';
+        *u++ = u'0';
+        *u++ = kHex[c >> 4];
+        *u++ = kHex[c & 0xF];
+      }
+    }
+    *u++ = u'"';
+    units_ = u;
+  }
+
+  // Text that needs no escaping. Between texts written straight to the
+  // output it goes there too, so that a comma does not pass through the
+  // chunk and its conversion on its own.
+  void ascii(const char* s, std::size_t n) {
+    if (units_end_ && p_ == chunk_.get() && std::size_t(units_end_ - units_) >= n) {
+      for (std::size_t i = 0; i < n; ++i) units_[i] = char16_t(s[i]);
+      units_ += n;
+      return;
+    }
+    put(s, n);
+  }
+
+  // whole_number for an integer of up to 32 bits, without the double: it
+  // is exact and below 2^53, so only the test for trailing zeros remains.
+  template <class I>
+  static char* small_whole_number(char* p, I v) noexcept {
+    const std::int64_t i = v;
+    if (i % 100000 == 0) return nullptr;
+    *p = '-';
+    p += i < 0;
+    return write_decimal_32(p, std::uint32_t(i < 0 ? -i : i));
+  }
+
   void general_number(double d) {
     check_finite(d);
     p_ = shortest(room(kNumberRoom), d);
@@ -419,7 +603,7 @@ class Writer {
     general_number(static_cast<double>(f));
   }
 
-  void string(const std::string& s) {
+  void string(std::string_view s) {
     put('"');
     const char* run = s.data();
     const char* const end = run + s.size();
@@ -442,8 +626,10 @@ class Writer {
     put('"');
   }
 
+ private:
   std::string* text_ = nullptr;
   char16_t* units_ = nullptr;
+  char16_t* units_end_ = nullptr;
   const bool pretty_;
   const std::unique_ptr<char[]> chunk_;
   char* p_;
@@ -507,6 +693,48 @@ std::size_t Serializer::write(char16_t* out, const Value& v) const {
   writer.flush(true);
   return std::size_t(writer.units() - out);
 }
+
+class TextStream::Impl : public Writer {
+ public:
+  using Writer::Writer;
+};
+
+TextStream::TextStream(char16_t* out, std::size_t room) : impl_(std::make_unique<Impl>(out, room)), out_(out) {}
+TextStream::~TextStream() = default;
+void TextStream::raw(std::string_view ascii) { impl_->ascii(ascii.data(), ascii.size()); }
+void TextStream::string(std::string_view utf8, bool comma) {
+  if (comma) impl_->ascii(",", 1);
+  impl_->string(utf8);
+}
+void TextStream::string(std::u16string_view text, bool comma) { impl_->string(text, comma); }
+void TextStream::boolean(bool b, bool comma) {
+  if (comma) impl_->put(',');
+  b ? impl_->put("true", 4) : impl_->put("false", 5);
+}
+void TextStream::number(double d, bool comma) {
+  if (comma) impl_->put(',');
+  impl_->number(d);
+}
+void TextStream::number(float f) { impl_->number(f); }
+template <class T>
+std::size_t TextStream::numbers(const T* x, std::size_t n, bool comma) {
+  return impl_->numbers(x, n, comma);
+}
+std::size_t TextStream::finish() {
+  impl_->flush(true);
+  return std::size_t(impl_->units() - out_);
+}
+
+template IXTAL_API std::size_t TextStream::numbers(const double*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const float*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int8_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint8_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int16_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint16_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int32_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint32_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::int64_t*, std::size_t, bool);
+template IXTAL_API std::size_t TextStream::numbers(const std::uint64_t*, std::size_t, bool);
 
 void Serializer::write(std::ostream& os, const Value& v) const {
   const std::string text = to_string(v);
