@@ -449,6 +449,7 @@ void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim) {
 }
 
 void* ixGetData(const ixArray* a) noexcept { return holds_slots(a) ? nullptr : a->data; }
+ixArray* const* ixGetContents(const ixArray* a) noexcept { return holds_slots(a) ? slots(a) : nullptr; }
 
 // --- cells and structures ----------------------------------------------------
 

@@ -206,6 +206,10 @@ IXTAL_API void* ixGetData(const ixArray* a) noexcept;
 
 // --- cells and structures --------------------------------------------------
 // Null for an unset element.
+// The arrays a cell or structure holds, in storage order (a structure's
+// element by element: element i's field f at i * field count + f; an unset
+// one is null), for readers that visit them all; null for other classes.
+IXTAL_API ixArray* const* ixGetContents(const ixArray* a) noexcept;
 IXTAL_API ixArray* ixGetCell(const ixArray* cell, ixSize index);
 // The cell takes ownership of value and destroys what it held before.
 IXTAL_API void ixSetCell(ixArray* cell, ixSize index, ixArray* value);
