@@ -283,7 +283,9 @@ ixArray* ixCreateStringInPlace(std::size_t room, std::size_t (*fill)(char16_t* o
   if (units != room) {
     a->dims[0] = units ? 1 : 0;
     a->dims[1] = units;
-    if (!a->data_in_record && units)
+    // A large block keeps its room: pages never written are not resident,
+    // and a block of the same room is what the next such row asks for.
+    if (!a->data_in_record && units && room * sizeof(char16_t) < ixtal::kLargeBlock)
       if (void* smaller = std::realloc(a->data, units * sizeof(char16_t))) a->data = smaller;
   }
   return guard.release();

@@ -23,8 +23,7 @@ bool refused() noexcept {
 }
 
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
-// Blocks from here up are 2 MiB-aligned on huge pages, and kept for reuse.
-constexpr std::size_t kLargeBlock = 2 * kHugePage;
+static_assert(kLargeBlock == 2 * kHugePage);
 
 // Large blocks released lately, kept for the next large request: a host
 // that decodes or encodes one large document after another would otherwise
@@ -33,13 +32,19 @@ constexpr std::size_t kLargeBlock = 2 * kHugePage;
 // one large call pins little memory: at most four blocks, 128 MiB in all.
 class BlockCache {
  public:
-  // A kept block of at least bytes and not much more, or null.
+  // A kept block of at least bytes and not much more, or null. A request
+  // that none fits releases them all first: kept memory never adds to the
+  // peak of a process that goes on to need other sizes.
   void* take(std::size_t bytes) noexcept {
     const std::lock_guard lock(mutex_);
     Block* best = nullptr;
     for (Block& b : blocks_)
       if (b.at && b.size >= bytes && b.size - bytes <= bytes && (!best || b.size < best->size)) best = &b;
-    if (!best) return nullptr;
+    if (!best) {
+      for (Block& b : blocks_) std::free(std::exchange(b, Block{}).at);
+      total_ = 0;
+      return nullptr;
+    }
     total_ -= best->size;
     return std::exchange(*best, Block{}).at;
   }

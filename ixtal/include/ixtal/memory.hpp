@@ -12,6 +12,10 @@
 
 namespace ixtal {
 
+// Blocks from this size up are 2 MiB-aligned on huge pages, and kept for
+// reuse when released through release_large.
+inline constexpr std::size_t kLargeBlock = std::size_t(4) << 20;
+
 // At least bytes of uninitialised memory; null when none can be had.
 // Blocks below a few megabytes come from the ordinary heap.
 IXTAL_API void* allocate_large(std::size_t bytes) noexcept;
