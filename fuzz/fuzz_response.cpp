@@ -9,19 +9,15 @@
 namespace {
 
 void check_response_reader(const ixArray* text) {
-  const std::u16string_view units(static_cast<const char16_t*>(ixGetData(text)),
-                                  std::size_t(ixGetNumberOfElements(text)));
+  const std::u16string_view units = dovra_fuzz::units_of(text);
   auto direct = ixtal_json::read_response(units);
   if (!direct) return;
-  matrix::owned_array tree;
-  try {
+  const matrix::owned_array tree = dovra_fuzz::tree_answer([&] {
     foundation::json::Value root = dovra_json::parse_text(units);
     ixArray* out = nullptr;
     ixtal_json::decode_response(root, out);
-    tree.reset(out);
-  } catch (...) {
-    std::abort();  // read a text that the tree refuses
-  }
+    return matrix::owned_array(out);
+  });
   if (!ixIsEqualN(direct->get(), tree.get())) std::abort();
 }
 

@@ -31,6 +31,22 @@ inline matrix::owned_array call(BuiltinFunction fn, const std::vector<const ixAr
   }
 }
 
+// The text's UTF-16 units, as the builtins read them.
+inline std::u16string_view units_of(const ixArray* text) {
+  return {static_cast<const char16_t*>(ixGetData(text)), std::size_t(ixGetNumberOfElements(text))};
+}
+
+// The tree path's answer for a text a direct reader took: the tree must
+// accept the text too, so any failure aborts.
+template <class Tree>
+matrix::owned_array tree_answer(Tree&& tree) noexcept {
+  try {
+    return tree();
+  } catch (...) {
+    std::abort();
+  }
+}
+
 // Aborts when arrays were left alive.
 struct leak_guard {
   std::int64_t before = ixtal::testing::live_arrays();
