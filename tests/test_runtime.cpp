@@ -94,7 +94,7 @@ TEST(Runtime, FailureHookFailsTheNthCreationAndResets) {
 // kernel has already mapped and zeroed.
 TEST(Runtime, LargeBlocksAreReused) {
   constexpr std::size_t kMiB = std::size_t(1) << 20;
-  for (const auto [first, then] : {std::pair{8 * kMiB, 5 * kMiB}, std::pair{40 * kMiB, 40 * kMiB}}) {
+  for (const auto& [first, then] : {std::pair{8 * kMiB, 5 * kMiB}, std::pair{40 * kMiB, 40 * kMiB}}) {
     void* a = ixtal::allocate_large(first);
     ASSERT_NE(a, nullptr);
     static_cast<char*>(a)[first - 1] = 1;
