@@ -252,6 +252,12 @@ TEST(EncodeDirect, SameTextForLongAndDeepArrays) {
       {"records", g.records(3000), true},
       {"long text", make_char(std::u16string(40000, u'\u00e9') + u"\U0001F600" + std::u16string(40000, u'"'), {1, 80002}),
        true},
+      // Replacement characters take three bytes and one unit: near the end
+      // of the room the bytes outnumber the room left, the units do not.
+      {"replacements at the end of the room",
+       make_char(u"\ufffd\ufffd\ufffd\ufffd\u0002\u0010a" + std::u16string(2, u'\0') + std::u16string(85, u'\ufffd') + u":",
+                 {1, 95}),
+       true},
       {"nested past the writer's depth", std::move(deep), false},
   };
   LeakCheck leaks;

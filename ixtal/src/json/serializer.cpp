@@ -246,8 +246,13 @@ class Writer {
       return;
     }
     const std::size_t held = last ? 0 : fl::i18n::utf8_incomplete_tail(chunk_.get(), n);
-    // Never more units than bytes.
-    if (units_end_ && std::size_t(units_end_ - units_) < n - held) [[unlikely]] std::abort();
+    // Never more units than bytes; near the end of the room, where the bytes
+    // (three for each U+FFFD, say) may outnumber the room left, the units
+    // themselves are counted.
+    if (units_end_ && std::size_t(units_end_ - units_) < n - held) [[unlikely]] {
+      if (std::size_t(units_end_ - units_) < fl::i18n::codecvt_string_to_ustring("UTF-8").measure(chunk_.get(), n - held))
+        std::abort();
+    }
     units_ += fl::i18n::codecvt_string_to_ustring("UTF-8").convert_bounded(chunk_.get(), n - held, units_);
     std::memmove(chunk_.get(), p_ - held, held);
     p_ = chunk_.get() + held;
