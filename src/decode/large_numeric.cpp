@@ -101,8 +101,9 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
 
   // Numbers, or booleans, not both.
   bool data(const Char*& p, LargeMembers& m) {
-    // One number per two units of text at most: room for a dense list
-    // without regrowing through it.
+    // Room for one number per eight units of text, what a dense list of
+    // short numbers needs, so that a large one does not regrow its way up;
+    // room never written is never touched.
     m.numbers.reserve(std::size_t(this->end() - p) / 8);
     return list(p, [&](const Char*& q) {
       if (at(q, 't') || at(q, 'f')) {
