@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "entry/builtins.hpp"
@@ -45,6 +46,30 @@ matrix::owned_array tree_answer(Tree&& tree) noexcept {
   } catch (...) {
     std::abort();
   }
+}
+
+// Whether a and b are the same array: class, shape and data bit for bit,
+// and for cells and structures the same fields in the same order holding
+// the same arrays.
+inline bool same_array(const ixArray* a, const ixArray* b) {
+  if (!a || !b) return a == b;
+  const std::size_t n = ixGetNumberOfDimensions(a);
+  if (ixGetClassID(a) != ixGetClassID(b) || ixIsComplex(a) != ixIsComplex(b) || n != ixGetNumberOfDimensions(b) ||
+      std::memcmp(ixGetDimensions(a), ixGetDimensions(b), n * sizeof(ixSize)) != 0)
+    return false;
+  const std::size_t count = std::size_t(ixGetNumberOfElements(a));
+  if (ixGetClassID(a) == ixCELL_CLASS || ixGetClassID(a) == ixSTRUCT_CLASS) {
+    const bool is_struct = ixGetClassID(a) == ixSTRUCT_CLASS;
+    const int fields = is_struct ? ixGetNumberOfFields(a) : 1;
+    if (is_struct && fields != ixGetNumberOfFields(b)) return false;
+    for (int f = 0; is_struct && f < fields; ++f)
+      if (ixGetFieldName(a, f) != ixGetFieldName(b, f)) return false;
+    for (std::size_t i = 0; i < count * std::size_t(fields); ++i)
+      if (!same_array(ixGetContents(a)[i], ixGetContents(b)[i])) return false;
+    return true;
+  }
+  const std::size_t bytes = count * ixGetElementSize(a) * (ixIsComplex(a) ? 2 : 1);
+  return bytes == 0 || std::memcmp(ixGetData(a), ixGetData(b), bytes) == 0;  // an empty array has no data
 }
 
 // Aborts when arrays were left alive.

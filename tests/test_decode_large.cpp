@@ -220,5 +220,57 @@ TEST(DecodeLarge, ReaderAgreesWithTheTree) {
   EXPECT_GT(taken, 1000);
 }
 
+// A cell's elements (strings, numbers, booleans and records) are read
+// straight from the text too. Cells of the elements the reader takes and
+// of those it leaves, sizes right and wrong, members in every order: wherever
+// the reader answers, the tree gives the same cell, field order included,
+// and the reader answers for every well-formed cell of taken elements. The
+// same holds when the runtime runs out of memory part way through.
+TEST(DecodeLarge, CellReaderAgreesWithTheTree) {
+  LeakCheck leaks;
+  static const char16_t* const kSpace[] = {u"", u"", u" ", u"\n"};
+  std::mt19937 rng(29);
+  const auto pick = [&](const auto& list) { return std::u16string(list[rng() % std::size(list)]); };
+  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
+  int taken = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const bool plain = i % 2 == 0;
+    const std::size_t count = rng() % 5, listed = count + (rng() % 8 == 0);
+    std::u16string data = u"[";
+    for (std::size_t k = 0; k < listed; ++k)
+      data += (k ? u"," + pick(kSpace) : u"") + (plain || rng() % 4 ? pick(kReaderTaken) : pick(kReaderLeft));
+    data += u"]";
+    std::vector<std::u16string> members = {u"\"tntype\":\"cell\"",
+                                           u"\"tnsize\":[" + std::u16string(1, char16_t(u'0' + count)) + u",1]",
+                                           u"\"tndata\":" + data};
+    std::shuffle(members.begin(), members.end(), rng);
+    std::u16string text = u"{";
+    for (std::size_t k = 0; k < members.size(); ++k) text += (k ? u"," : u"") + pick(kSpace) + members[k];
+    text += u"}";
+    SCOPED_TRACE(to_utf8(text));
+    const std::int64_t fail_after = i % 10 == 9 ? std::int64_t(rng() % 8) : -1;
+
+    owned_array tree;
+    try {
+      const auto root = dovra_json::parse(to_utf8(text));
+      ixtal::testing::fail_allocations_after(fail_after);
+      if (failure_of([&] { tree = ixtal_json::decode_value(root); })) tree.reset();
+    } catch (const foundation::json::ParserException&) {
+    } catch (const std::bad_alloc&) {
+    }
+    ixtal::testing::fail_allocations_after(fail_after);
+    auto direct = ixtal_json::read_large_numeric(std::u16string_view(text));
+    ixtal::testing::fail_allocations_after(-1);
+    if (!direct) {
+      EXPECT_FALSE(plain && listed == count && fail_after < 0) << "a cell of taken elements left to the tree";
+      continue;
+    }
+    ++taken;
+    ASSERT_TRUE(tree) << "read a text the tree refuses";
+    expect_same_reading(direct->get(), tree.get());
+  }
+  EXPECT_GT(taken, 1000);
+}
+
 }  // namespace
 }  // namespace dovra_test

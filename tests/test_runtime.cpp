@@ -72,6 +72,8 @@ TEST(Runtime, ImpossibleSizesRaiseOutOfMemory) {
   EXPECT_THROW(ixCreateNumericArray(3, huge, ixDOUBLE_CLASS, ixREAL), foundation::core::except::bad_alloc);
   EXPECT_THROW(ixCreateCellArray(3, huge), foundation::core::except::bad_alloc);
   EXPECT_THROW(ixCreateStringArray(3, overflow), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateDoubleMatrix(ixSize(1) << 32, ixSize(1) << 32, ixREAL), foundation::core::except::bad_alloc);
+  EXPECT_THROW(ixCreateStructMatrix(1, ~ixSize(0), 0, nullptr), foundation::core::except::bad_alloc);
   // A zero dimension makes any product empty, however large the others.
   const ixSize empty[3] = {0, ~ixSize(0), ~ixSize(0)};
   owned_array e(ixCreateNumericArray(3, empty, ixDOUBLE_CLASS, ixREAL));
@@ -135,6 +137,21 @@ TEST(Runtime, CellsAndStructuresOwnWhatTheyHold) {
   EXPECT_NE(ixGetFieldByNumber(s.get(), 0, 2), nullptr);  // kept its place when the field was added
   const std::string twice[] = {"a", "a"};
   EXPECT_THROW(ixCreateStructArray(2, one, 2, twice), std::invalid_argument);
+
+  // Structures made alike share their names until one of them adds a field.
+  owned_array like(ixCreateStructArrayLike(2, one, s.get()));
+  const ixSize many[2] = {40, 3};  // slots beyond what lives in the record
+  owned_array wide(ixCreateStructArrayLike(2, many, like.get()));
+  ixSetFieldByNumber(like.get(), 0, 3, ixCreateDoubleScalar(1));
+  EXPECT_EQ(ixAddField(like.get(), "own"), 4);
+  EXPECT_EQ(ixGetFieldByNumber(like.get(), 0, 4), nullptr);
+  for (const ixArray* other : {s.get(), wide.get()}) {
+    EXPECT_EQ(ixGetNumberOfFields(other), 4);
+    EXPECT_EQ(ixGetFieldNumber(other, "own"), -1);
+    EXPECT_EQ(ixGetFieldName(other, 3), "later");
+  }
+  EXPECT_EQ(ixGetNumberOfElements(wide.get()), 120u);
+  EXPECT_NE(ixGetFieldByNumber(like.get(), 0, 3), nullptr);
 }
 
 TEST(Runtime, EqualityFollowsValuesNotRepresentation) {

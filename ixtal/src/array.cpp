@@ -90,7 +90,11 @@ ixSize numel(const ixArray* a) noexcept {
 // their data.
 bool holds_slots(const ixArray* a) noexcept { return a->class_id == ixCELL_CLASS || a->class_id == ixSTRUCT_CLASS; }
 ixArray** slots(const ixArray* a) noexcept { return static_cast<ixArray**>(a->data); }
-std::size_t field_count(const ixArray* a) noexcept { return a->extra ? a->extra->fields.size() : 0; }
+const std::vector<std::string>& field_names(const ixArray* a) noexcept {
+  static const std::vector<std::string> none;
+  return a->extra && a->extra->fields ? *a->extra->fields : none;
+}
+std::size_t field_count(const ixArray* a) noexcept { return field_names(a).size(); }
 std::size_t slot_count(const ixArray* a) noexcept {
   if (a->class_id == ixCELL_CLASS) return numel(a);
   return a->class_id == ixSTRUCT_CLASS ? numel(a) * field_count(a) : 0;
@@ -124,6 +128,13 @@ ixArray** new_slots(std::size_t n) {
 // entries, no trailing singleton beyond the second. Raises out-of-memory when
 // the element count overflows 64 bits.
 void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
+  if (ndim == 2) {
+    // A matrix, nearly every array made, is in the host's form already.
+    ixSize n;
+    if (__builtin_mul_overflow(dims[0], dims[1], &n) || n == ~ixSize(0)) out_of_memory();
+    a->dims.assign(dims, dims + 2);
+    return;
+  }
   ixDimensionList shape;
   shape.assign(dims, dims + ndim);
   while (shape.size() > 2 && shape.back() == 1) shape.pop_back();
@@ -200,10 +211,28 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
   return n.release();
 }
 
+// The bytes of slots a container of this shape needs, when they are few
+// enough to live in the record (a record of a few fields); 0 otherwise.
+std::size_t slots_in_record_bytes(std::size_t ndim, const ixSize* dims, std::size_t per_element) noexcept {
+  ixSize n = per_element;
+  for (std::size_t i = 0; i < ndim && n; ++i) {
+    if (dims[i] > kDataInRecord) return 0;
+    n *= dims[i];
+    if (n > kDataInRecord) return 0;
+  }
+  const std::size_t bytes = std::size_t(n) * sizeof(ixArray*);
+  return bytes <= kDataInRecord ? bytes : 0;
+}
+
 ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std::size_t per_element) {
-  new_array n;
+  const std::size_t in_record = slots_in_record_bytes(ndim, dims, per_element);
+  new_array n(in_record);
   n.a->class_id = cls;
   set_shape(n.a, ndim, dims);
+  if (in_record) {
+    std::memset(n.a->data, 0, in_record);
+    return n.release();
+  }
   if (per_element && numel(n.a) > kMaxArrayBytes / sizeof(ixArray*) / per_element) out_of_memory();
   n.a->data = new_slots(numel(n.a) * per_element);
   return n.release();
@@ -318,7 +347,17 @@ ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, 
     throw std::invalid_argument("structure creation: repeated field name \"" + names[repeated] + "\"");
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
   matrix::owned_array guard(a);
-  extra_of(a).fields.assign(names, names + nfields);
+  try {
+    extra_of(a).fields = std::make_shared<const std::vector<std::string>>(names, names + nfields);
+  } catch (const std::bad_alloc&) {
+    out_of_memory();
+  }
+  return guard.release();
+}
+ixArray* ixCreateStructArrayLike(std::size_t ndim, const ixSize* dims, const ixArray* model) {
+  ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, field_count(as_struct(model)));
+  matrix::owned_array guard(a);
+  extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
   return guard.release();
 }
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names) {
@@ -469,11 +508,11 @@ int ixGetNumberOfFields(const ixArray* s) noexcept {
   return s->class_id == ixSTRUCT_CLASS ? int(field_count(s)) : 0;
 }
 const std::string& ixGetFieldName(const ixArray* s, int field) {
-  return extra_or_none(as_struct(s)).fields.at(std::size_t(field));
+  return field_names(as_struct(s)).at(std::size_t(field));
 }
 int ixGetFieldNumber(const ixArray* s, std::string_view name) noexcept {
   if (s->class_id != ixSTRUCT_CLASS) return -1;
-  const std::vector<std::string>& fields = extra_or_none(s).fields;
+  const std::vector<std::string>& fields = field_names(s);
   for (std::size_t i = 0; i < fields.size(); ++i)
     if (fields[i] == name) return int(i);
   return -1;
@@ -501,12 +540,17 @@ int ixAddField(ixArray* s, std::string_view name) {
   for (ixSize i = 0; i < numel(s); ++i)
     for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = slots(s)[i * nf + f];
   try {
-    extra_of(s).fields.emplace_back(name);
+    // Other structures may share the list: this one gets its own.
+    auto names = std::make_shared<std::vector<std::string>>(field_names(s));
+    names->emplace_back(name);
+    extra_of(s).fields = std::move(names);
   } catch (...) {
     std::free(grown);
     throw;
   }
-  std::free(std::exchange(s->data, grown));
+  void* old = std::exchange(s->data, grown);
+  if (s->data_in_record) s->data_in_record = false;
+  else std::free(old);
   return int(nf);
 }
 
@@ -558,8 +602,8 @@ bool ixIsEqualN(const ixArray* a, const ixArray* b) noexcept {
       return true;
     case ixSTRUCT_CLASS: {
       // Field order is not part of a structure's value.
-      const std::vector<std::string>& af = extra_or_none(a).fields;
-      const std::vector<std::string>& bf = extra_or_none(b).fields;
+      const std::vector<std::string>& af = field_names(a);
+      const std::vector<std::string>& bf = field_names(b);
       if (af.size() != bf.size()) return false;
       const std::size_t nf = af.size();
       const auto same_field = [&](std::size_t f, std::size_t g) {

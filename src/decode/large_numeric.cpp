@@ -2,14 +2,15 @@
 
 #include <cmath>
 #include <string>
+#include <new>
 #include <vector>
 
 #include "decode/dimensions.hpp"
+#include "decode/element_reader.hpp"
 #include "decode/element_rules.hpp"
 #include "decode/ixtal_type.hpp"
 #include "foundation/json/ixtal_type.hpp"
 #include "host/json_keys.hpp"
-#include "json/basic_parser.hpp"
 
 namespace ixtal_json {
 namespace {
@@ -20,20 +21,24 @@ using detail::IxtalType;
 
 // What the members said, before the class is known: "tndata" may come
 // first, so its values wait as doubles (or booleans) until "tntype" is read.
+// Data that start with a string or a record can only be a cell's, and are
+// read as its elements.
 struct LargeMembers {
   std::string type;
   dims_vector dims;
   std::vector<double> numbers;
   std::vector<bool> booleans;
+  std::vector<matrix::owned_array> elements;
   bool has_type = false, has_size = false, has_data = false;
 };
 
 template <class Char>
-class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericReader<Char>, Char> {
-  using Base = dovra_json::detail::BasicParser<LargeNumericReader<Char>, Char>;
+class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>, Char> {
+  using Base = detail::ElementReader<LargeNumericReader<Char>, Char>;
+  using Base::at;
 
  public:
-  explicit LargeNumericReader(const Char* end) noexcept : Base(end, 0) {}
+  explicit LargeNumericReader(const Char* end) noexcept : Base(end) {}
 
   // The members of the object at p, or false for any text the reader
   // leaves to the general path.
@@ -69,20 +74,11 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
   }
 
  private:
-  bool at(const Char* p, char c) const noexcept { return p != this->end() && *p == Char(c); }
-
   // A string of ASCII text without escapes: the names and the class.
   bool plain_string(const Char*& p, std::string& out) {
-    if (!at(p, '"')) return false;
-    const Char* const first = ++p;
-    p = Base::find_quote_or_backslash(p, this->end());
-    if (!at(p, '"')) return false;
-    out.clear();
-    for (const Char* q = first; q != p; ++q) {
-      if (std::make_unsigned_t<Char>(*q) > 0x7F) return false;
-      out.push_back(char(*q));
-    }
-    ++p;
+    std::basic_string_view<Char> text;
+    if (!this->plain_name(p, text)) return false;
+    out.assign(text.begin(), text.end());
     return true;
   }
 
@@ -104,23 +100,39 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
     // Room for one number per eight units of text, what a dense list of
     // short numbers needs, so that a large one does not regrow its way up;
     // room never written is never touched.
-    m.numbers.reserve(std::size_t(this->end() - p) / 8);
+    const std::size_t room = std::size_t(this->end() - p) / 8;
     return list(p, [&](const Char*& q) {
-      if (at(q, 't') || at(q, 'f')) {
+      const bool boolean = at(q, 't') || at(q, 'f');
+      if (!m.elements.empty() || at(q, '"') || at(q, '{') || (boolean ? !m.numbers.empty() : !m.booleans.empty())) {
+        as_elements(m);
+        m.elements.push_back(this->element(q));
+        return m.elements.back() != nullptr;
+      }
+      if (boolean) {
         const bool v = *q == Char('t');
         const char* word = v ? "true" : "false";
         const std::size_t n = v ? 4 : 5;
         if (std::size_t(this->end() - q) < n || !std::equal(word, word + n, q)) return false;
         q += n;
         m.booleans.push_back(v);
-        return m.numbers.empty();
+        return true;
       }
-      if (!(at(q, '-') || (q != this->end() && *q >= Char('0') && *q <= Char('9')))) return false;
+      if (q == this->end() || !Base::starts_number(*q)) return false;
       double x;
       if (this->number_value(q, x) != fj::kParseOk) return false;
+      if (m.numbers.empty()) m.numbers.reserve(room);
       m.numbers.push_back(x);
-      return m.booleans.empty();
+      return true;
     });
+  }
+
+  // Data of mixed kinds can only be a cell's: what was gathered so far
+  // becomes its first elements.
+  static void as_elements(LargeMembers& m) {
+    for (double x : m.numbers) m.elements.emplace_back(ixCreateDoubleScalar(x));
+    for (bool b : m.booleans) m.elements.emplace_back(ixCreateLogicalScalar(b));
+    m.numbers = {};
+    m.booleans = {};
   }
 
   // [ element, ... ] with element(p) reading one; p on the '['.
@@ -150,7 +162,7 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
 // The array of class X from the members, when every element passes the
 // class's rule.
 struct make_array {
-  const LargeMembers& m;
+  LargeMembers& m;
 
   template <IxtalType X>
   std::optional<matrix::owned_array> operator()(detail::ixtal_type_tag<X>) const {
@@ -158,7 +170,8 @@ struct make_array {
       using T = detail::element_type_of<X>;
       constexpr bool logical = X == IxtalType::kLogical;
       const std::size_t count = logical ? m.booleans.size() : m.numbers.size();
-      if ((logical ? !m.numbers.empty() : !m.booleans.empty()) || detail::element_count(m.dims) != count)
+      if ((logical ? !m.numbers.empty() : !m.booleans.empty()) || !m.elements.empty() ||
+          detail::element_count(m.dims) != count)
         return std::nullopt;
       auto a = detail::uninitialised_array<T>(m.dims);
       T* out = detail::data_of<T>(a);
@@ -167,6 +180,15 @@ struct make_array {
         else if (!detail::convert_number(m.numbers[i], out[i])) return std::nullopt;
       }
       return a;
+    } else if constexpr (X == IxtalType::kCell) {
+      // At most one of the lists holds anything.
+      const std::size_t count = m.numbers.size() + m.booleans.size() + m.elements.size();
+      if (detail::element_count(m.dims) != count) return std::nullopt;
+      matrix::owned_array cell(ixCreateCellArray(m.dims.size(), m.dims.data()));
+      for (std::size_t i = 0; i < m.numbers.size(); ++i) ixSetCell(cell.get(), i, ixCreateDoubleScalar(m.numbers[i]));
+      for (std::size_t i = 0; i < m.booleans.size(); ++i) ixSetCell(cell.get(), i, ixCreateLogicalScalar(m.booleans[i]));
+      for (std::size_t i = 0; i < m.elements.size(); ++i) ixSetCell(cell.get(), i, m.elements[i].release());
+      return cell;
     } else {
       return std::nullopt;
     }
@@ -177,15 +199,22 @@ struct make_array {
 
 template <class Char>
 std::optional<matrix::owned_array> read_large_numeric(std::basic_string_view<Char> text) {
-  LargeMembers m;
-  if (!LargeNumericReader<Char>(text.data() + text.size()).read(text.data(), m)) return std::nullopt;
-  IxtalType type;
+  // Elements are made as they are read, before the size is known to fit
+  // them: out of memory, the tree's answer (which may be an error that
+  // needs none) is the one to give.
   try {
-    type = ixtal_type_for_name(m.type);
-  } catch (...) {
+    LargeMembers m;
+    if (!LargeNumericReader<Char>(text.data() + text.size()).read(text.data(), m)) return std::nullopt;
+    IxtalType type;
+    try {
+      type = ixtal_type_for_name(m.type);
+    } catch (...) {
+      return std::nullopt;
+    }
+    return detail::dispatch_on_IxtalType(type, make_array{m});
+  } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
-  return detail::dispatch_on_IxtalType(type, make_array{m});
 }
 
 template std::optional<matrix::owned_array> read_large_numeric(std::basic_string_view<char>);

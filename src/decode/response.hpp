@@ -1,8 +1,8 @@
 #pragma once
 
 // The response-decode builtin's two paths: the general one over the value
-// tree, and a reader that takes the common response (strings and numbers)
-// straight from the text into the cell.
+// tree, and a reader that takes the common response (strings, numbers,
+// booleans and records) straight from the text into the cell.
 
 #include <optional>
 #include <string_view>
@@ -21,10 +21,10 @@ inline constexpr int kReturnedScope = 4;
 // filled, to whoever holds out.
 void decode_response(foundation::json::Value& root, ixArray*& out);
 
-// The same cell for a text that is exactly {"lhs":[...]} with strings and
-// numbers only (white space anywhere between); nullopt for any other text,
-// valid or not, and for strings holding an unpaired surrogate. Raises
-// nothing but a failed allocation.
+// The same cell for a text that is exactly {"lhs":[...]} whose elements
+// decode/element_reader.hpp takes (white space anywhere between); nullopt
+// for any other text, valid or not. Raises nothing: out of memory, it too
+// leaves the text to the general path.
 template <class Char>
 std::optional<matrix::owned_array> read_response(std::basic_string_view<Char> text);
 

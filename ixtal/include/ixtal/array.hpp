@@ -106,7 +106,9 @@ class IXTAL_API ixDimensionList {
 // arrays by the hundred thousand, nearly all scalars and short texts, and
 // every byte of the record is paid that many times.
 struct ixArrayExtra {
-  std::vector<std::string> fields;    // struct field names in field-number order
+  // Struct field names in field-number order, never changed once made:
+  // structures made alike share one list.
+  std::shared_ptr<const std::vector<std::string>> fields;
   std::vector<std::u16string> texts;  // string arrays: numel texts
   std::vector<bool> missing;          // string arrays: which elements are missing
   std::string class_name;             // function handles, opaque and class objects
@@ -166,6 +168,10 @@ IXTAL_API ixArray* ixCreateCellMatrix(ixSize m, ixSize n);
 IXTAL_API ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const std::string* names);
 IXTAL_API ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names);
 IXTAL_API ixArray* ixCreateStructMatrix(ixSize m, ixSize n, int nfields, const char** names);
+// A structure array with model's fields, their names shared rather than
+// copied or checked again: a document of many records of one layout then
+// costs each record its slots.
+IXTAL_API ixArray* ixCreateStructArrayLike(std::size_t ndim, const ixSize* dims, const ixArray* model);
 // Host string array (class "string"); every element starts as "".
 IXTAL_API ixArray* ixCreateStringArray(std::size_t ndim, const ixSize* dims);
 // A sparse double or logical m-by-n matrix with no stored entries.
