@@ -155,11 +155,12 @@ class Writer {
     for (ixSize i = 0; i < n && flat; ++i)
       for (int f = 0; f < nfields; ++f) {
         const ixArray* v = value(i, f);
-        if (is_container(v)) {
+        const ixArrayHeader h = v ? ixGetHeader(v) : ixArrayHeader{};
+        if (v && (h.class_id == ixCELL_CLASS || h.class_id == ixSTRUCT_CLASS)) {
           flat = false;
           break;
         }
-        const std::size_t r = plan_leaf(steps_[place[std::size_t(f)] + i], v);
+        const std::size_t r = plan_leaf(steps_[place[std::size_t(f)] + i], v, h);
         if (!r) return 0;
         units += r + 1;
       }
@@ -179,26 +180,26 @@ class Writer {
   }
 
   // An array without elements of its own (null: unset).
-  std::size_t plan_leaf(Step& step, const ixArray* a) {
+  std::size_t plan_leaf(Step& step, const ixArray* a) { return plan_leaf(step, a, a ? ixGetHeader(a) : ixArrayHeader{}); }
+
+  // The same with a's header: one call to the host per value, of which a
+  // table of records holds many.
+  std::size_t plan_leaf(Step& step, const ixArray* a, const ixArrayHeader& h) {
     step.a = a;
     if (!a) {
       step.form = Form::empty;
       return kLargeObjectUnits;
     }
-    // As few calls to the host as will do: a table of records makes a few
-    // of them per value.
-    const ixClassID cls = ixGetClassID(a);
-    if (ixIsSparse(a)) return 0;
-    const auto dims = dims_of(a);
-    if (dims.size() < 2) return 0;
-    ixSize n = 1;
-    for (const ixSize d : dims) n *= d;
+    const ixClassID cls = h.class_id;
+    if (h.sparse || h.ndim < 2) return 0;
+    const std::span<const ixSize> dims(h.dims, h.ndim);
+    const ixSize n = h.count;
     const std::size_t fixed = kLargeObjectUnits + kNumberUnits * dims.size();
     step.form = Form::other;
-    if (ixIsComplex(a)) return ixIsNumeric(a) ? fixed + 2 * kNumberUnits * n : 0;
+    if (h.complex) return ixIsNumeric(a) ? fixed + 2 * kNumberUnits * n : 0;
     switch (cls) {
       case ixCHAR_CLASS: {
-        const auto* text = static_cast<const char16_t*>(ixGetData(a));
+        const auto* text = static_cast<const char16_t*>(h.data);
         if (small_ && ((dims.size() == 2 && dims[0] == 1 && dims[1] >= 1) || is_2d(dims, 0, 0))) {
           // Copied while the array is in cache.
           step.form = Form::text;
@@ -206,7 +207,6 @@ class Writer {
           step.count = n;
           texts_.append(text, n);
           return 6 * n + 3;  // every unit escaped, quotes and a comma
-          
         }
         return fixed + text_units(text, n);
       }
@@ -215,10 +215,10 @@ class Writer {
         if (small_ && is_2d(dims, 1, 1)) {
           if (cls == ixDOUBLE_CLASS) {
             step.form = Form::number;
-            step.number = *static_cast<const double*>(ixGetData(a));
+            step.number = *static_cast<const double*>(h.data);
           } else {
             step.form = Form::boolean;
-            step.boolean = *static_cast<const bool*>(ixGetData(a));
+            step.boolean = *static_cast<const bool*>(h.data);
           }
           return kNumberUnits;
         }

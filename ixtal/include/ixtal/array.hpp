@@ -202,6 +202,18 @@ IXTAL_API ixSize ixGetNumberOfElements(const ixArray* a) noexcept;
 IXTAL_API bool ixIsEmpty(const ixArray* a) noexcept;
 // Size in bytes of one element (one part of a complex element).
 IXTAL_API std::size_t ixGetElementSize(const ixArray* a) noexcept;
+// What a reader of many small arrays asks of each, in one call: a table of
+// records asks it of every value it holds.
+struct ixArrayHeader {
+  ixClassID class_id;
+  bool complex;
+  bool sparse;
+  std::size_t ndim;
+  const ixSize* dims;
+  ixSize count;      // elements
+  const void* data;  // as ixGetData
+};
+IXTAL_API ixArrayHeader ixGetHeader(const ixArray* a) noexcept;
 // Reshapes without touching the data; the element count must stay the same
 // (std::invalid_argument otherwise). Fewer than two entries are padded with 1.
 IXTAL_API void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim);
