@@ -328,11 +328,20 @@ TEST(JsonParserNumbers, AgreeWithTheGeneralConversion) {
       "1e22", "1e23", "1e27", "1e28", "1e-22", "1e-23", "1e-27", "1e-28", "123456789012345678e-27",
       "0.00000000000000000001", "1" + std::string(30, '0'), "0." + std::string(30, '0') + "1",
   };
+  // Alone, and followed by more text in UTF-16, so that digits are also read
+  // in blocks of eight units.
   auto check = [](const std::string& text) {
     const double expected = fj::detail::string_to_double(text.data(), text.data() + text.size());
+    const std::string padded = "[" + text + ",1]        ";
+    const std::u16string wide(padded.begin(), padded.end());
+    const char16_t* p = wide.data();
+    Value v;
+    const int code = dovra_json::parse_value(p, wide.data() + wide.size(), 0, v);
     const double got = dovra_json::parse(text).as_double();
+    const double got16 = code == 0 ? v.as_array().at(0).as_double() : -1;
     EXPECT_EQ(bits(got), bits(expected)) << text;
-    return bits(got) == bits(expected);
+    EXPECT_EQ(bits(got16), bits(expected)) << text << " in UTF-16";
+    return bits(got) == bits(expected) && bits(got16) == bits(expected);
   };
   for (const auto& row : rows) check(row);
   std::mt19937_64 rng(5);

@@ -206,9 +206,18 @@ class BasicParser {
   // an unclosed one runs to the end of the text, and a '/' that starts
   // neither is left for the caller to reject.
   void skip_white_space(const Char*& p) const noexcept {
+    while (p != end_ && is_space(*p)) ++p;
+    if (comments_) skip_comments(p);
+  }
+
+  const Char* end() const noexcept { return end_; }
+
+ private:
+  // White space and comments, apart so that the common case above inlines.
+  [[gnu::noinline]] void skip_comments(const Char*& p) const noexcept {
     for (;;) {
       while (p != end_ && is_space(*p)) ++p;
-      if (!comments_ || end_ - p < 2 || p[0] != '/') return;
+      if (end_ - p < 2 || p[0] != '/') return;
       if (p[1] == '*') {
         const Char* q = p + 2;
         while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
@@ -222,9 +231,6 @@ class BasicParser {
     }
   }
 
-  const Char* end() const noexcept { return end_; }
-
- private:
   Derived& derived() noexcept { return static_cast<Derived&>(*this); }
 
   // The unit as a code point for the ASCII tests (a char may be signed).
@@ -371,10 +377,21 @@ class BasicParser {
   void digits(const Char*& p, std::uint64_t& m, long long& count) const noexcept {
     while (end_ - p >= 8) {
       const std::uint64_t w = eight_units(p);
-      if (!eight_digits(w)) break;
-      m = m * 100000000 + eight_digit_value(w);
-      p += 8;
-      count += 8;
+      const unsigned run = digit_run(w);
+      if (run == 8) {
+        m = m * 100000000 + eight_digit_value(w);
+        p += 8;
+        count += 8;
+        continue;
+      }
+      // The run ends within these eight: most numbers are one short run.
+      if (run > 2) {
+        m = m * kPowersOfTen[run] + digit_run_value(w, run);
+        p += run;
+        count += run;
+        return;
+      }
+      break;
     }
     for (; p != end_ && is_digit(*p); ++p, ++count) m = m * 10 + std::uint64_t(*p - '0');
   }

@@ -9,12 +9,6 @@
 
 namespace dovra_json::detail {
 
-// Whether all eight bytes of w are ASCII digits.
-inline bool eight_digits(std::uint64_t w) noexcept {
-  return (((w & 0xF0F0F0F0F0F0F0F0ull) | (((w + 0x0606060606060606ull) & 0xF0F0F0F0F0F0F0F0ull) >> 4)) ==
-          0x3333333333333333ull);
-}
-
 // The value of eight ASCII digits (the first byte in memory is the most
 // significant digit), pairs, then fours, then the eight combined in place.
 inline std::uint64_t eight_digit_value(std::uint64_t w) noexcept {
@@ -26,22 +20,49 @@ inline std::uint64_t eight_digit_value(std::uint64_t w) noexcept {
   return (((w & kMask) * kMul1) + (((w >> 16) & kMask) * kMul2)) >> 32;
 }
 
+// How many of the bytes of w, from the first in memory, are ASCII digits
+// before the first that is not (8: all of them). A byte's top bit is set
+// when it is no digit; the carry out of a byte that is no digit only
+// reaches bytes after it.
+inline unsigned digit_run(std::uint64_t w) noexcept {
+  const std::uint64_t x = w ^ 0x3030303030303030ull;
+  const std::uint64_t not_digit = ((x + 0x7676767676767676ull) | x) & 0x8080808080808080ull;
+  return not_digit ? unsigned(__builtin_ctzll(not_digit)) / 8 : 8;
+}
+
+// The value of the first run (1 to 7) digits of w.
+inline std::uint64_t digit_run_value(std::uint64_t w, unsigned run) noexcept {
+  // The run becomes the last digits of eight, with zeros before it.
+  const unsigned shift = 8 * (8 - run);
+  return eight_digit_value((w << shift) | (0x3030303030303030ull >> (64 - shift)));
+}
+
+inline constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
 // The correctly rounded double of (-1)^negative * m * 10^power, when one
 // rounding step gets it; false otherwise. count is the number of digits
 // taken into m (m is meaningless beyond 19).
+bool wide_decimal(std::uint64_t m, long long power, bool negative, double& out) noexcept;
+
 inline bool exact_decimal(std::uint64_t m, long long count, long long power, bool negative, double& out) noexcept {
   if (count > 19) return false;
-  if (m == 0) {
-    out = negative ? -0.0 : 0.0;
-    return true;
-  }
   // m and 10^power both exact in a double: one correctly rounded operation.
+  // Written here, in the parser's loop, for the common short numbers.
   static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-  if (m <= (std::uint64_t(1) << 53) && power >= -22 && power <= 22) {
+  if (m <= (std::uint64_t(1) << 53) && power >= -22 && power <= 22) [[likely]] {
     const double x = static_cast<double>(static_cast<std::int64_t>(m));  // a signed conversion is one instruction
     const double v = power == 0 ? x : power < 0 ? x / kPowers[-power] : x * kPowers[power];
     out = negative ? -v : v;
+    return true;
+  }
+  return wide_decimal(m, power, negative, out);
+}
+
+// The rest of exact_decimal, apart so that its quick part inlines.
+[[gnu::noinline]] inline bool wide_decimal(std::uint64_t m, long long power, bool negative, double& out) noexcept {
+  if (m == 0) {
+    out = negative ? -0.0 : 0.0;
     return true;
   }
   // Beyond that, the product is found in 128 bits from a table of powers of
