@@ -384,8 +384,10 @@ class BasicParser {
         count += 8;
         continue;
       }
-      // The run ends within these eight: most numbers are one short run.
-      if (run > 2) {
+      // The run ends within these eight: most numbers are one short run,
+      // or one block and a short run. A run of one or two digits alone is
+      // quicker digit by digit.
+      if (run > 2 || (run && count >= 8)) {
         m = m * kPowersOfTen[run] + digit_run_value(w, run);
         p += run;
         count += run;
