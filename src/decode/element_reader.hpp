@@ -74,6 +74,13 @@ class ElementReader : public dovra_json::detail::BasicParser<Derived, Char> {
   // The string read last.
   std::u16string_view units() const noexcept { return {units_.data(), size_}; }
 
+  // Whether the n units at p spell text; p moves past them when they do.
+  bool word(const Char*& p, const char* text, std::size_t n) const noexcept {
+    if (std::size_t(this->end() - p) < n || !std::equal(text, text + n, p)) return false;
+    p += n;
+    return true;
+  }
+
   // The string at p, when it is plain: ASCII without escapes, as names and
   // class names are.
   bool plain_name(const Char*& p, std::basic_string_view<Char>& name) const noexcept {
@@ -109,12 +116,6 @@ class ElementReader : public dovra_json::detail::BasicParser<Derived, Char> {
     double d;
     if (!starts_number(*p) || this->number_value(p, d) != foundation::json::kParseOk) return nullptr;
     return matrix::owned_array(ixCreateDoubleScalar(d));
-  }
-
-  bool word(const Char*& p, const char* text, std::size_t n) const noexcept {
-    if (std::size_t(this->end() - p) < n || !std::equal(text, text + n, p)) return false;
-    p += n;
-    return true;
   }
 
   static matrix::owned_array char_row(std::u16string_view u) {

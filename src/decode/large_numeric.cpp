@@ -110,10 +110,7 @@ class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>
       }
       if (boolean) {
         const bool v = *q == Char('t');
-        const char* word = v ? "true" : "false";
-        const std::size_t n = v ? 4 : 5;
-        if (std::size_t(this->end() - q) < n || !std::equal(word, word + n, q)) return false;
-        q += n;
+        if (!(v ? this->word(q, "true", 4) : this->word(q, "false", 5))) return false;
         m.booleans.push_back(v);
         return true;
       }
