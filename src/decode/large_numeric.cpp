@@ -105,6 +105,9 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
     // short numbers needs, so that a large one does not regrow its way up;
     // room never written is never touched.
     m.numbers.reserve(std::size_t(this->end() - p) / 8);
+    // Data are mostly all integers or all not: the quick reading of
+    // integers is tried until it first fails.
+    bool integers = true;
     return list(p, [&](const Char*& q) {
       if (at(q, 't') || at(q, 'f')) {
         const bool v = *q == Char('t');
@@ -117,6 +120,11 @@ class LargeNumericReader : public dovra_json::detail::BasicParser<LargeNumericRe
       }
       if (!(at(q, '-') || (q != this->end() && *q >= Char('0') && *q <= Char('9')))) return false;
       double x;
+      if (integers && this->short_integer(q, x)) {
+        m.numbers.push_back(x);
+        return m.booleans.empty();
+      }
+      integers = false;
       if (this->number_value(q, x) != fj::kParseOk) return false;
       m.numbers.push_back(x);
       return m.booleans.empty();

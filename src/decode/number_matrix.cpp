@@ -123,7 +123,7 @@ class NumberMatrixReader : public dovra_json::detail::BasicParser<NumberMatrixRe
       } else {
         if (last_ == 0) last_ = level;
         double d;
-        if (level != last_ || this->number_value(p, d) != fj::kParseOk) return false;
+        if (level != last_ || !number(p, d)) return false;
         row_.push_back(d);
       }
       ++n;
@@ -136,6 +136,17 @@ class NumberMatrixReader : public dovra_json::detail::BasicParser<NumberMatrixRe
     ++p;
     if (sizes_[level] == 0) sizes_[level] = n;
     return sizes_[level] == n;
+  }
+
+  // Matrices are mostly all integers or all not: the quick reading of
+  // integers is tried until it first fails, so that other numbers do not
+  // pay for it twice.
+  bool number(const Char*& p, double& out) noexcept {
+    if (integers_) {
+      if (this->short_integer(p, out)) return true;
+      integers_ = false;
+    }
+    return this->number_value(p, out) == fj::kParseOk;
   }
 
   // The first row's numbers, from text order to their places.
@@ -158,7 +169,7 @@ class NumberMatrixReader : public dovra_json::detail::BasicParser<NumberMatrixRe
         this->skip_white_space(p);
       }
       if (level == last_) {
-        if (this->number_value(p, out_[offset]) != fj::kParseOk) return false;
+        if (!number(p, out_[offset])) return false;
       } else if (!at(p, '[') || !fill(p, level + 1, offset)) {
         return false;
       }
@@ -174,6 +185,7 @@ class NumberMatrixReader : public dovra_json::detail::BasicParser<NumberMatrixRe
   std::size_t last_ = 0;  // 0 until the first number is met
   std::vector<double> row_;
   double* out_ = nullptr;
+  bool integers_ = true;
 };
 
 }  // namespace
