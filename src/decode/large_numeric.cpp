@@ -95,7 +95,7 @@ class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>
     return listed && ok && dims.size() >= 2;
   }
 
-  // Numbers, or booleans, not both.
+  // Numbers, or booleans; anything else, or both, as a cell's elements.
   bool data(const Char*& p, LargeMembers& m) {
     // Room for one number per eight units of text, what a dense list of
     // short numbers needs, so that a large one does not regrow its way up;
