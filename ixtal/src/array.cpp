@@ -172,16 +172,17 @@ struct new_array {
 };
 static_assert(sizeof(ixArray) % alignof(double) == 0, "data after the record are aligned for any element");
 
-// The bytes of data a full array of this shape needs, when they are few
-// enough to live in the record; 0 otherwise (no data, or too many).
-std::size_t data_in_record_bytes(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx) noexcept {
+// The bytes a shape needs at unit bytes per element, when they are few
+// enough to live in the record (a scalar, a short text, the slots of a
+// record of a few fields); 0 otherwise.
+std::size_t in_record_bytes(std::size_t ndim, const ixSize* dims, std::size_t unit) noexcept {
   ixSize n = 1;
   for (std::size_t i = 0; i < ndim; ++i) {
     if (dims[i] > kDataInRecord) return 0;
     n *= dims[i];
     if (n > kDataInRecord) return 0;
   }
-  const std::size_t bytes = std::size_t(n) * element_size(cls) * (cx == ixCOMPLEX ? 2 : 1);
+  const std::size_t bytes = std::size_t(n) * unit;
   return bytes <= kDataInRecord ? bytes : 0;
 }
 
@@ -203,7 +204,7 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
     throw std::invalid_argument("array creation: not a numeric, logical or char class");
   if (cx == ixCOMPLEX && !is_numeric_class(cls))
     throw std::invalid_argument("array creation: only numeric classes can be complex");
-  new_array n(data_in_record_bytes(ndim, dims, cls, cx));
+  new_array n(in_record_bytes(ndim, dims, element_size(cls) * (cx == ixCOMPLEX ? 2 : 1)));
   n.a->class_id = cls;
   n.a->complex = cx == ixCOMPLEX;
   set_shape(n.a, ndim, dims);
@@ -211,21 +212,8 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
   return n.release();
 }
 
-// The bytes of slots a container of this shape needs, when they are few
-// enough to live in the record (a record of a few fields); 0 otherwise.
-std::size_t slots_in_record_bytes(std::size_t ndim, const ixSize* dims, std::size_t per_element) noexcept {
-  ixSize n = per_element;
-  for (std::size_t i = 0; i < ndim && n; ++i) {
-    if (dims[i] > kDataInRecord) return 0;
-    n *= dims[i];
-    if (n > kDataInRecord) return 0;
-  }
-  const std::size_t bytes = std::size_t(n) * sizeof(ixArray*);
-  return bytes <= kDataInRecord ? bytes : 0;
-}
-
 ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std::size_t per_element) {
-  const std::size_t in_record = slots_in_record_bytes(ndim, dims, per_element);
+  const std::size_t in_record = in_record_bytes(ndim, dims, per_element * sizeof(ixArray*));
   new_array n(in_record);
   n.a->class_id = cls;
   set_shape(n.a, ndim, dims);

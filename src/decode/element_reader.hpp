@@ -81,6 +81,29 @@ class ElementReader : public dovra_json::detail::BasicParser<Derived, Char> {
     return true;
   }
 
+  // [ element, ... ] with element(p) reading one; p on the '['.
+  template <class Element>
+  bool list(const Char*& p, Element&& element) {
+    if (!at(p, '[')) return false;
+    ++p;
+    this->skip_white_space(p);
+    if (at(p, ']')) {
+      ++p;
+      return true;
+    }
+    for (;;) {
+      if (!element(p)) return false;
+      this->skip_white_space(p);
+      if (at(p, ']')) {
+        ++p;
+        return true;
+      }
+      if (!at(p, ',')) return false;
+      ++p;
+      this->skip_white_space(p);
+    }
+  }
+
   // The string at p, when it is plain: ASCII without escapes, as names and
   // class names are.
   bool plain_name(const Char*& p, std::basic_string_view<Char>& name) const noexcept {

@@ -1,8 +1,8 @@
 #include "decode/large_numeric.hpp"
 
 #include <cmath>
-#include <string>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "decode/dimensions.hpp"
@@ -30,6 +30,15 @@ struct LargeMembers {
   std::vector<bool> booleans;
   std::vector<matrix::owned_array> elements;
   bool has_type = false, has_size = false, has_data = false;
+
+  // Data of mixed kinds can only be a cell's: the numbers and booleans
+  // gathered so far become its first elements (at most one list holds any).
+  void to_elements() {
+    for (double x : numbers) elements.emplace_back(ixCreateDoubleScalar(x));
+    for (bool b : booleans) elements.emplace_back(ixCreateLogicalScalar(b));
+    numbers = {};
+    booleans = {};
+  }
 };
 
 template <class Char>
@@ -85,7 +94,7 @@ class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>
   // Each entry an integral number in [0, 2^64); at least two entries.
   bool size(const Char*& p, dims_vector& dims) {
     bool ok = true;
-    const bool listed = list(p, [&](const Char*& q) {
+    const bool listed = this->list(p, [&](const Char*& q) {
       double x;
       if (this->number_value(q, x) != fj::kParseOk) return false;
       if (std::trunc(x) != x || x <= -1.0 || x >= 18446744073709551616.0) ok = false;
@@ -101,10 +110,10 @@ class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>
     // short numbers needs, so that a large one does not regrow its way up;
     // room never written is never touched.
     const std::size_t room = std::size_t(this->end() - p) / 8;
-    return list(p, [&](const Char*& q) {
+    return this->list(p, [&](const Char*& q) {
       const bool boolean = at(q, 't') || at(q, 'f');
       if (!m.elements.empty() || at(q, '"') || at(q, '{') || (boolean ? !m.numbers.empty() : !m.booleans.empty())) {
-        as_elements(m);
+        m.to_elements();
         m.elements.push_back(this->element(q));
         return m.elements.back() != nullptr;
       }
@@ -121,38 +130,6 @@ class LargeNumericReader : public detail::ElementReader<LargeNumericReader<Char>
       m.numbers.push_back(x);
       return true;
     });
-  }
-
-  // Data of mixed kinds can only be a cell's: what was gathered so far
-  // becomes its first elements.
-  static void as_elements(LargeMembers& m) {
-    for (double x : m.numbers) m.elements.emplace_back(ixCreateDoubleScalar(x));
-    for (bool b : m.booleans) m.elements.emplace_back(ixCreateLogicalScalar(b));
-    m.numbers = {};
-    m.booleans = {};
-  }
-
-  // [ element, ... ] with element(p) reading one; p on the '['.
-  template <class Element>
-  bool list(const Char*& p, Element&& element) {
-    if (!at(p, '[')) return false;
-    ++p;
-    this->skip_white_space(p);
-    if (at(p, ']')) {
-      ++p;
-      return true;
-    }
-    for (;;) {
-      if (!element(p)) return false;
-      this->skip_white_space(p);
-      if (at(p, ']')) {
-        ++p;
-        return true;
-      }
-      if (!at(p, ',')) return false;
-      ++p;
-      this->skip_white_space(p);
-    }
   }
 };
 
@@ -178,12 +155,10 @@ struct make_array {
       }
       return a;
     } else if constexpr (X == IxtalType::kCell) {
-      // At most one of the lists holds anything.
-      const std::size_t count = m.numbers.size() + m.booleans.size() + m.elements.size();
-      if (detail::element_count(m.dims) != count) return std::nullopt;
+      if (detail::element_count(m.dims) != m.numbers.size() + m.booleans.size() + m.elements.size())
+        return std::nullopt;
+      m.to_elements();
       matrix::owned_array cell(ixCreateCellArray(m.dims.size(), m.dims.data()));
-      for (std::size_t i = 0; i < m.numbers.size(); ++i) ixSetCell(cell.get(), i, ixCreateDoubleScalar(m.numbers[i]));
-      for (std::size_t i = 0; i < m.booleans.size(); ++i) ixSetCell(cell.get(), i, ixCreateLogicalScalar(m.booleans[i]));
       for (std::size_t i = 0; i < m.elements.size(); ++i) ixSetCell(cell.get(), i, m.elements[i].release());
       return cell;
     } else {

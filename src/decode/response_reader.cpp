@@ -29,24 +29,15 @@ class ResponseReader : public detail::ElementReader<ResponseReader<Char>, Char> 
     if (!at(p, ':')) return std::nullopt;
     ++p;
     this->skip_white_space(p);
-    if (!at(p, '[')) return std::nullopt;
-    ++p;
-    this->skip_white_space(p);
     std::vector<matrix::owned_array> elements;
-    if (!at(p, ']')) {
-      for (;;) {
-        matrix::owned_array e = this->element(p);
-        if (!e) return std::nullopt;
-        ixSetArrayScope(e.get(), kReturnedScope);
-        elements.push_back(std::move(e));
-        this->skip_white_space(p);
-        if (at(p, ']')) break;
-        if (!at(p, ',')) return std::nullopt;
-        ++p;
-        this->skip_white_space(p);
-      }
-    }
-    ++p;
+    const bool listed = this->list(p, [&](const Char*& q) {
+      matrix::owned_array e = this->element(q);
+      if (!e) return false;
+      ixSetArrayScope(e.get(), kReturnedScope);
+      elements.push_back(std::move(e));
+      return true;
+    });
+    if (!listed) return std::nullopt;
     this->skip_white_space(p);
     if (!at(p, '}') || ++p != this->end()) return std::nullopt;
 

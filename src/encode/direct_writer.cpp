@@ -102,15 +102,13 @@ class Writer {
   // Plans the text of a (null: unset) and returns the units it takes at
   // most; 0 when the writer leaves the array to the tree.
   std::size_t plan(const ixArray* a, std::size_t levels = 0) {
-    if (a && (ixGetClassID(a) == ixCELL_CLASS || ixGetClassID(a) == ixSTRUCT_CLASS) && !ixIsComplex(a))
-      return plan_container(a, levels);
-    return plan_leaf(steps_.emplace_back(), a);
+    const ixArrayHeader h = a ? ixGetHeader(a) : ixArrayHeader{};
+    if (a && is_container(h.class_id) && !h.complex) return plan_container(a, levels);
+    return plan_leaf(steps_.emplace_back(), a, h);
   }
 
  private:
-  static bool is_container(const ixArray* a) noexcept {
-    return a && (ixGetClassID(a) == ixCELL_CLASS || ixGetClassID(a) == ixSTRUCT_CLASS);
-  }
+  static bool is_container(ixClassID c) noexcept { return c == ixCELL_CLASS || c == ixSTRUCT_CLASS; }
 
   std::size_t plan_container(const ixArray* a, std::size_t levels) {
     if (ixIsSparse(a) || levels >= kMaxContainerLevels) return 0;
@@ -156,7 +154,7 @@ class Writer {
       for (int f = 0; f < nfields; ++f) {
         const ixArray* v = value(i, f);
         const ixArrayHeader h = v ? ixGetHeader(v) : ixArrayHeader{};
-        if (v && (h.class_id == ixCELL_CLASS || h.class_id == ixSTRUCT_CLASS)) {
+        if (v && is_container(h.class_id)) {
           flat = false;
           break;
         }
@@ -179,11 +177,8 @@ class Writer {
     return units;
   }
 
-  // An array without elements of its own (null: unset).
-  std::size_t plan_leaf(Step& step, const ixArray* a) { return plan_leaf(step, a, a ? ixGetHeader(a) : ixArrayHeader{}); }
-
-  // The same with a's header: one call to the host per value, of which a
-  // table of records holds many.
+  // An array without elements of its own (null: unset), with its header:
+  // one call to the host per value, of which a table of records holds many.
   std::size_t plan_leaf(Step& step, const ixArray* a, const ixArrayHeader& h) {
     step.a = a;
     if (!a) {

@@ -17,8 +17,8 @@ namespace dovra_entry {
 void json_decode_function(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
   check_arity(nlhs, 1, nrhs, 1, 1);
   const std::u16string_view text = dovra_json::text_argument(prhs[0]);
-  // The two common large bodies are read straight into their arrays; the
-  // tree takes everything else.
+  // The common large bodies are read straight into their arrays; the tree
+  // takes everything else.
   std::optional<matrix::owned_array> direct = ixtal_json::read_number_matrix(text);
   if (!direct) direct = ixtal_json::read_large_numeric(text);
   auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text));
