@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "entry/builtins.hpp"
@@ -37,17 +38,6 @@ inline std::u16string_view units_of(const ixArray* text) {
   return {static_cast<const char16_t*>(ixGetData(text)), std::size_t(ixGetNumberOfElements(text))};
 }
 
-// The tree path's answer for a text a direct reader took: the tree must
-// accept the text too, so any failure aborts.
-template <class Tree>
-matrix::owned_array tree_answer(Tree&& tree) noexcept {
-  try {
-    return tree();
-  } catch (...) {
-    std::abort();
-  }
-}
-
 // Whether a and b are the same array: class, shape and data bit for bit,
 // and for cells and structures the same fields in the same order holding
 // the same arrays.
@@ -70,6 +60,20 @@ inline bool same_array(const ixArray* a, const ixArray* b) {
   }
   const std::size_t bytes = count * ixGetElementSize(a) * (ixIsComplex(a) ? 2 : 1);
   return bytes == 0 || std::memcmp(ixGetData(a), ixGetData(b), bytes) == 0;  // an empty array has no data
+}
+
+// Where the reader from the text answered, the general path must accept
+// the text too and give the same array; any failure of it aborts.
+template <class General>
+void check_paths(const std::optional<matrix::owned_array>& direct, General&& general) {
+  if (!direct) return;
+  matrix::owned_array answer;
+  try {
+    answer = general();
+  } catch (...) {
+    std::abort();
+  }
+  if (!same_array(direct->get(), answer.get())) std::abort();
 }
 
 // Aborts when arrays were left alive.

@@ -7,7 +7,6 @@
 #include <random>
 
 #include "decode/driver.hpp"
-#include "decode/large_numeric.hpp"
 #include "ixtal/text.hpp"
 #include "json/parser.hpp"
 #include "json/parser_exception.hpp"
@@ -161,122 +160,6 @@ TEST(DecodeLarge, HugeSizesAllocateNothing) {
   }
 }
 
-
-// One class's data are read straight from the text; the tree path is the
-// reference. Objects of every class name, sizes right and wrong, data that
-// pass or fail each rule, members in every order, doubled or added: wherever
-// the reader answers, the tree gives the same array bit for bit, and the
-// reader answers for every well-formed numeric or logical object.
-TEST(DecodeLarge, ReaderAgreesWithTheTree) {
-  static const char* const kTypes[] = {"double", "single", "int8", "uint8", "int16", "uint16", "int32",
-                                       "uint32", "int64", "uint64", "logical", "char", "cell", "bogus"};
-  static const char* const kNumbers[] = {"0", "-0", "1", "-1", "127", "128", "-129", "255", "256", "65535",
-                                         "2.5", "-7e2", "1e400", "4294967295", "9223372036854775807", "3.4e39"};
-  static const char* const kSpace[] = {"", "", " ", "\n"};
-  std::mt19937 rng(17);
-  const auto pick = [&](const auto& list) { return std::string(list[rng() % std::size(list)]); };
-  const fl::i18n::codecvt_string_to_ustring to_utf16("UTF-8");
-  int taken = 0;
-  for (int i = 0; i < 5000; ++i) {
-    const std::string type = pick(kTypes);
-    // Half the objects hold integers only, as many as the quick reading
-    // of integers meets in a row.
-    const bool integers = rng() % 2 == 0;
-    const std::size_t rows = rng() % 3, cols = rng() % (integers ? 12 : 4);
-    const bool logical = type == "logical";
-    std::string data = "[";
-    for (std::size_t k = 0, n = rows * cols + (rng() % 8 == 0); k < n; ++k) {
-      const bool boolean = logical != (rng() % 16 == 0);
-      data += (k ? "," + pick(kSpace) : "") +
-              (boolean ? (rng() % 2 ? "true" : "false") : integers ? generated_integer(rng) : pick(kNumbers));
-    }
-    data += "]";
-    std::vector<std::string> members = {R"("tntype":")" + type + "\"",
-                                        "\"tnsize\":[" + std::to_string(rows) + "," + std::to_string(cols) +
-                                            (rng() % 8 == 0 ? ",1.5" : "") + "]",
-                                        "\"tndata\":" + data};
-    if (rng() % 8 == 0) members.push_back(rng() % 2 ? R"("tncomplex":false)" : R"("tntype":"double")");
-    std::shuffle(members.begin(), members.end(), rng);
-    std::string text = "{";
-    for (std::size_t k = 0; k < members.size(); ++k) text += (k ? "," : "") + pick(kSpace) + members[k] + pick(kSpace);
-    text += "}";
-    SCOPED_TRACE(text);
-
-    owned_array tree;
-    try {
-      const auto root = dovra_json::parse(text);
-      if (failure_of([&] { tree = ixtal_json::decode_value(root); })) tree.reset();
-    } catch (const foundation::json::ParserException&) {
-    }
-    auto direct = ixtal_json::read_large_numeric(std::u16string_view(to_utf16(text)));
-    if (!direct) {
-      EXPECT_FALSE(tree && members.size() == 3 && ixGetClassID(tree.get()) != ixCHAR_CLASS &&
-                   ixGetClassID(tree.get()) != ixCELL_CLASS)
-          << "a plain object left to the tree";
-      continue;
-    }
-    ++taken;
-    ASSERT_TRUE(tree) << "read a text the tree refuses";
-    const ixArray *a = direct->get(), *b = tree.get();
-    const std::size_t bytes = ixGetNumberOfElements(a) * ixGetElementSize(a);  // an empty array has no data
-    EXPECT_TRUE(ixGetClassID(a) == ixGetClassID(b) && dims_of(a) == dims_of(b) &&
-                (bytes == 0 || std::memcmp(ixGetData(a), ixGetData(b), bytes) == 0))
-        << "reader " << shape_of(a) << ", tree " << shape_of(b);
-  }
-  EXPECT_GT(taken, 1000);
-}
-
-// A cell's elements (strings, numbers, booleans and records) are read
-// straight from the text too. Cells of the elements the reader takes and
-// of those it leaves, sizes right and wrong, members in every order: wherever
-// the reader answers, the tree gives the same cell, field order included,
-// and the reader answers for every well-formed cell of taken elements. The
-// same holds when the runtime runs out of memory part way through.
-TEST(DecodeLarge, CellReaderAgreesWithTheTree) {
-  LeakCheck leaks;
-  static const char16_t* const kSpace[] = {u"", u"", u" ", u"\n"};
-  std::mt19937 rng(29);
-  const auto pick = [&](const auto& list) { return std::u16string(list[rng() % std::size(list)]); };
-  const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
-  int taken = 0;
-  for (int i = 0; i < 3000; ++i) {
-    const bool plain = i % 2 == 0;
-    const std::size_t count = rng() % 5, listed = count + (rng() % 8 == 0);
-    std::u16string data = u"[";
-    for (std::size_t k = 0; k < listed; ++k)
-      data += (k ? u"," + pick(kSpace) : u"") + (plain || rng() % 4 ? pick(kReaderTaken) : pick(kReaderLeft));
-    data += u"]";
-    std::vector<std::u16string> members = {u"\"tntype\":\"cell\"",
-                                           u"\"tnsize\":[" + std::u16string(1, char16_t(u'0' + count)) + u",1]",
-                                           u"\"tndata\":" + data};
-    std::shuffle(members.begin(), members.end(), rng);
-    std::u16string text = u"{";
-    for (std::size_t k = 0; k < members.size(); ++k) text += (k ? u"," : u"") + pick(kSpace) + members[k];
-    text += u"}";
-    SCOPED_TRACE(to_utf8(text));
-    const std::int64_t fail_after = i % 10 == 9 ? std::int64_t(rng() % 8) : -1;
-
-    owned_array tree;
-    try {
-      const auto root = dovra_json::parse(to_utf8(text));
-      ixtal::testing::fail_allocations_after(fail_after);
-      if (failure_of([&] { tree = ixtal_json::decode_value(root); })) tree.reset();
-    } catch (const foundation::json::ParserException&) {
-    } catch (const std::bad_alloc&) {
-    }
-    ixtal::testing::fail_allocations_after(fail_after);
-    auto direct = ixtal_json::read_large_numeric(std::u16string_view(text));
-    ixtal::testing::fail_allocations_after(-1);
-    if (!direct) {
-      EXPECT_FALSE(plain && listed == count && fail_after < 0) << "a cell of taken elements left to the tree";
-      continue;
-    }
-    ++taken;
-    ASSERT_TRUE(tree) << "read a text the tree refuses";
-    expect_same_reading(direct->get(), tree.get());
-  }
-  EXPECT_GT(taken, 1000);
-}
 
 }  // namespace
 }  // namespace dovra_test

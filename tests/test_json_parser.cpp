@@ -13,7 +13,7 @@
 
 #include "foundation/json/serializer.hpp"
 #include "foundation/json/support.hpp"
-#include "json/basic_parser.hpp"
+#include "json/grammar.hpp"
 #include "json/limits.hpp"
 #include "json/parser.hpp"
 #include "json/parser_exception.hpp"
@@ -25,6 +25,7 @@ namespace fj = foundation::json;
 using fj::Array;
 using fj::Object;
 using fj::Value;
+using fj::ParseResult;
 using namespace std::string_literals;
 
 std::string shown(const std::string& text) { return fj::Serializer().to_string(Value(text)); }
@@ -156,18 +157,21 @@ TEST(JsonParser, RejectsWithCodeAndPosition) {
 // its own cursor; the first success wins, else the failure that got
 // furthest, the earlier alternative among equals. The alternatives are the
 // parser's own: only the choice differs.
-class OrderedChoice : public dovra_json::detail::BasicParser<OrderedChoice> {
+class OrderedChoice {
  public:
-  using BasicParser::BasicParser;
+  OrderedChoice(const char* end, unsigned char flags) : g_(end, flags) {}
 
   ParseResult value(const char*& p, Value& out) {
     const char* at[6] = {p, p, p, p, p, p};
     ParseResult code[6];
     Value v[6] = {Value(), Value(), Value(), Value(), Value(true), Value(fj::Null{})};
     std::string s;
-    code[0] = string(at[0], s);
+    dovra_json::detail::Utf8Sink sink(s);
+    code[0] = g_.string(at[0], sink);
     v[0] = Value(s);
-    code[1] = number(at[1], v[1]);
+    double d = 0;
+    code[1] = g_.number(at[1], d);
+    v[1] = Value(d);
     code[2] = object(at[2], v[2]);
     code[3] = array(at[3], v[3]);
     code[4] = literal(at[4], "true", fj::kBooleanExpected);
@@ -186,13 +190,38 @@ class OrderedChoice : public dovra_json::detail::BasicParser<OrderedChoice> {
   }
 
  private:
+  ParseResult object(const char*& p, Value& out) {
+    fj::Object members;
+    std::string name;
+    const ParseResult r = g_.members(p, name, [&](std::string& key, const char*& q) {
+      Value v;
+      const ParseResult e = value(q, v);
+      if (e == fj::kParseOk) members.try_emplace(std::move(key), std::move(v));
+      return e;
+    });
+    out = Value(std::move(members));
+    return r;
+  }
+  ParseResult array(const char*& p, Value& out) {
+    fj::Array elements;
+    const ParseResult r = g_.elements(p, [&](const char*& q) {
+      Value v;
+      const ParseResult e = value(q, v);
+      if (e == fj::kParseOk) elements.push_back(std::move(v));
+      return e;
+    });
+    out = Value(std::move(elements));
+    return r;
+  }
   ParseResult literal(const char*& p, std::string_view word, ParseResult mismatch) {
-    const std::string_view rest(p, std::size_t(end() - p));
+    const std::string_view rest(p, std::size_t(g_.end() - p));
     if (rest.size() < word.size()) return word.starts_with(rest) ? fj::kUnexpectedEnd : mismatch;
     if (!rest.starts_with(word)) return mismatch;
     p += word.size();
     return fj::kParseOk;
   }
+
+  dovra_json::detail::Grammar<char> g_;
 };
 
 // One to three edits: a unit of the alphabet inserted or put in place of

@@ -23,7 +23,9 @@ constexpr const char* kCellName = "cell";
 constexpr const char* kStructName = "struct";
 constexpr const char* kStringName = "string";
 
-// A structure whose field names are the keys of obj, in its order.
+// A structure whose field names are the keys of obj. The object holds each
+// name once (the first of repeated names) and iterates in byte order, the
+// field order.
 matrix::owned_array new_struct(const dims_vector& dims, const Object& obj) {
   std::vector<std::string> names;
   names.reserve(obj.size());

@@ -10,6 +10,7 @@
 #include "decode/flat_data.hpp"
 #include "decode/ixtal_type.hpp"
 #include "decode/nonfinite_object.hpp"
+#include "decode/rules.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "host/json_keys.hpp"
 
@@ -23,17 +24,14 @@ using foundation::json::Object;
 using foundation::json::traits;
 using foundation::json::Value;
 
-// Each entry an integral number in [0, 2^64); at least two entries. Zero is
-// a size like any other.
 dims_vector read_tnsize(const Array& entries) {
   dims_vector dims;
   for (const Value& e : entries) {
-    if (!e.is_double()) throw InvalidTNSize();
-    const double x = e.as_double();
-    if (std::trunc(x) != x || x <= -1.0 || x >= 18446744073709551616.0) throw InvalidTNSize();
-    dims.push_back(static_cast<ixSize>(x));
+    ixSize size;
+    if (!e.is_double() || !size_entry(e.as_double(), size)) throw InvalidTNSize();
+    dims.push_back(size);
   }
-  if (dims.size() < 2) throw InvalidTNSize();
+  if (dims.size() < kMinDimensions) throw InvalidTNSize();
   return dims;
 }
 
@@ -110,8 +108,9 @@ matrix::owned_array decode_object(const Object& obj) {
   const auto end = obj.end();
   const auto type_it = obj.find(keys::tntype);
   const auto data_it = obj.find(keys::tndata);
+  const ObjectRole role = object_role(type_it != end, data_it != end);
 
-  if (type_it != end) {
+  if (role == ObjectRole::kLarge) {
     const auto size_it = obj.find(keys::tnsize);
     if (size_it == end || data_it == end) throw MissingTNSizeOrTNData();
     if (!size_it->second.is_array()) throw InvalidPropertyType(keys::tnsize, traits<Array>::name);
@@ -128,7 +127,7 @@ matrix::owned_array decode_object(const Object& obj) {
     return dispatch_on_IxtalType(type, ixtal_json_large_format_visitor<to_ixArray_visitor>{ctx});
   }
 
-  if (data_it != end) {
+  if (role == ObjectRole::kSpecialFloat) {
     double x;
     if (!read_special_float(obj, x)) throw MissingTNTypeOrTNSize();
     return matrix::owned_array(ixCreateDoubleScalar(x));

@@ -3,9 +3,8 @@
 // The special float object, {"tndata":"NaN"}, {"tndata":"Inf"} or
 // {"tndata":"-Inf"}: JSON has no number for these values.
 
-#include <limits>
-
 #include "foundation/json/value.hpp"
+#include "decode/rules.hpp"
 #include "host/json_keys.hpp"
 
 namespace ixtal_json::detail {
@@ -15,12 +14,7 @@ namespace ixtal_json::detail {
 inline bool read_special_float(const foundation::json::Object& obj, double& out) noexcept {
   const auto it = obj.find(keys::tndata);
   if (it == obj.end() || !it->second.is_string()) return false;
-  const std::string& s = it->second.as_string();
-  if (s == "NaN") out = std::numeric_limits<double>::quiet_NaN();
-  else if (s == "-Inf") out = -std::numeric_limits<double>::infinity();
-  else if (s == "Inf") out = std::numeric_limits<double>::infinity();
-  else return false;
-  return true;
+  return special_float_value(it->second.as_string(), out);
 }
 
 }  // namespace ixtal_json::detail

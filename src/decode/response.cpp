@@ -1,6 +1,7 @@
 #include "decode/response.hpp"
 
 #include "decode/driver.hpp"
+#include "host/json_keys.hpp"
 
 namespace ixtal_json {
 
@@ -11,7 +12,7 @@ void decode_response(foundation::json::Value& root, ixArray*& out) {
   try {
     if (root.is_object()) {
       // Inserting an absent "lhs" as null makes "absent" one more wrong kind.
-      foundation::json::Value& member = root.as_object()["lhs"];
+      foundation::json::Value& member = root.as_object()[keys::lhs];
       if (member.is_array()) lhs = &member.as_array();
     }
   } catch (...) {

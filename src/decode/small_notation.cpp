@@ -7,6 +7,7 @@
 #include "decode/driver.hpp"
 #include "decode/element_rules.hpp"
 #include "decode/ixtal_type.hpp"
+#include "decode/rules.hpp"
 #include "errors/conversion_exceptions.hpp"
 
 namespace ixtal_json {
@@ -64,13 +65,7 @@ struct walk_layout {
   dims_vector strides;
   std::size_t last;
 
-  explicit walk_layout(const dims_vector& d) : dims(d), strides(d.size()), last(d.size() - 1) {
-    ixSize stride = 1;  // may wrap for shapes the data cannot back; then never used to store
-    for (std::size_t i = 0; i < d.size(); ++i) {
-      strides[i] = stride;
-      stride *= d[i];
-    }
-  }
+  explicit walk_layout(const dims_vector& d) : dims(d), strides(storage_strides(d)), last(d.size() - 1) {}
 };
 
 // True when every nested array has exactly the size the analysis found, so
@@ -193,8 +188,7 @@ class fault_finder {
 template <class T>
 matrix::owned_array fill_small(const Array& outer, const dims_vector& dims) {
   const walk_layout layout(dims);
-  dims_vector result_dims = dims;
-  if (result_dims.size() == 1) result_dims.push_back(1);  // a flat array is a column
+  const dims_vector result_dims = small_result_dims(dims);
 
   // Flat, or nested with every size as analysed: the tree holds exactly one
   // leaf per element, so the array is backed by data before it is made.

@@ -4,9 +4,8 @@
 #include <string_view>
 
 #include "decode/driver.hpp"
-#include "decode/large_numeric.hpp"
-#include "decode/number_matrix.hpp"
 #include "decode/response.hpp"
+#include "decode/text_reader.hpp"
 #include "entry/builtins.hpp"
 #include "foundation/json/value.hpp"
 #include "ixtal/matrix.hpp"
@@ -17,10 +16,8 @@ namespace dovra_entry {
 void json_decode_function(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
   check_arity(nlhs, 1, nrhs, 1, 1);
   const std::u16string_view text = dovra_json::text_argument(prhs[0]);
-  // The common large bodies are read straight into their arrays; the tree
-  // takes everything else.
-  std::optional<matrix::owned_array> direct = ixtal_json::read_number_matrix(text);
-  if (!direct) direct = ixtal_json::read_large_numeric(text);
+  // Read in one pass; the tree reports what the reader declines.
+  std::optional<matrix::owned_array> direct = ixtal_json::read_document(text);
   auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text));
   ixSetArrayScope(result.get(), ixtal_json::kReturnedScope);
   plhs[0] = result.release();

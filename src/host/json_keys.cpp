@@ -6,4 +6,5 @@ const std::string tnsize = "tnsize";
 const std::string tntype = "tntype";
 const std::string tncomplex = "tncomplex";
 const std::string tnclass = "tnclass";
+const std::string lhs = "lhs";
 }  // namespace ixtal_json::keys

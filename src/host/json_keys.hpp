@@ -10,4 +10,6 @@ extern const std::string tnsize;
 extern const std::string tntype;
 extern const std::string tncomplex;
 extern const std::string tnclass;
+// The member of a response that lists its outputs.
+extern const std::string lhs;
 }  // namespace ixtal_json::keys

@@ -1,37 +1,29 @@
 #pragma once
 
-// The alternatives of the JSON grammar: string, number, array and object,
-// and white space between the parts of a container. How a value position
-// chooses among the alternatives is left to Derived, which provides
-//   foundation::json::ParseResult value(const Char*& p, foundation::json::Value& out);
+// The JSON grammar, written once: white space, the literal words, strings,
+// numbers, and the element and member loops. It builds nothing itself. A
+// handler chooses what each value becomes: the tree builder (parser.cpp)
+// makes a Value; the reader of decode/text_reader makes host arrays. Both
+// call these primitives, so each rule of the text has one place.
 //
 // Char is char for UTF-8 text, or char16_t for the host's UTF-16 text read
 // as it stands. Over UTF-16 only ASCII units are grammar; others can only be
-// string content, which is stored as UTF-8 like the rest of the tree, so a
-// text the UTF-16 parser reads gives the tree the UTF-8 parser gives for the
-// text's UTF-8 form. Positions of failures are in units of the text read.
-// (parser.cpp chooses by the first byte). Arrays and objects call it for
-// their elements, so the choice applies at every depth.
+// string content, handed to the string's sink as they stand.
 //
 // Every function returns a code and leaves the cursor after what it read
-// (success) or on the byte it could not read (failure); a failure inside an
+// (success) or on the unit it could not read (failure); a failure inside an
 // escape leaves it on the escape's backslash.
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <type_traits>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
-#include <iterator>
-#include <new>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "foundation/json/support.hpp"
-#include "foundation/json/value.hpp"
 #include "ixtal/text.hpp"
 #include "json/decimal.hpp"
 #include "json/limits.hpp"
@@ -39,37 +31,92 @@
 
 namespace dovra_json::detail {
 
-template <class Derived, class Char = char>
-class BasicParser {
+using foundation::json::ParseResult;
+
+// What the first unit of a value says it is.
+enum class Token : unsigned char { kString, kNumber, kObject, kArray, kTrue, kFalse, kNull, kNone };
+
+// String content as UTF-8, the tree's form. Runs of UTF-16 beyond ASCII,
+// and unpaired surrogates among them, convert as the host converts them.
+class Utf8Sink {
+ public:
+  explicit Utf8Sink(std::string& out) noexcept : out_(out) {}
+
+  template <class Char>
+  void append_run(const Char* p, const Char* q) {
+    if constexpr (sizeof(Char) == 1) {
+      out_.append(p, q);
+    } else {
+      // Mostly ASCII: narrowed in place.
+      const std::size_t at = out_.size();
+      out_.resize(at + std::size_t(q - p));
+      char* o = out_.data() + at;
+      for (; p != q && *p < 0x80; ++p) *o++ = char(*p);
+      out_.resize(std::size_t(o - out_.data()));
+      if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out_);
+    }
+  }
+  void put(char c) { out_.push_back(c); }
+  // A \u escape, with the escape after it when the first is a high
+  // surrogate: unpaired units become U+FFFD.
+  void put_escape(char16_t first, char16_t second, bool has_second) {
+    foundation::json::detail::u16_to_u8(first, second, has_second, out_);
+  }
+
+ private:
+  std::string& out_;
+};
+
+template <class Char>
+class Grammar {
   static_assert(std::is_same_v<Char, char> || std::is_same_v<Char, char16_t>);
 
  public:
-  // text_size: the length of the whole text, for sizing the scratch stack.
-  BasicParser(const Char* end, unsigned char flags, std::size_t text_size = 0) noexcept
-      : end_(end), comments_((flags & kAllowComments) != 0) {
-    // Room for one element per eight bytes of text, what a dense numeric
-    // array needs, so that a large one does not regrow its way up through
-    // the stack (one pass over fresh memory instead of twenty). Reserved
-    // room that is never written is never touched. Only a hint: without
-    // the memory the stack grows as it must.
-    try {
-      scratch_.reserve(text_size / 8);
-    } catch (const std::bad_alloc&) {
+  Grammar(const Char* end, unsigned char flags) noexcept
+      : end_(end), comments_((flags & kAllowComments) != 0) {}
+
+  const Char* end() const noexcept { return end_; }
+  bool at(const Char* p, char c) const noexcept { return p != end_ && *p == Char(c); }
+
+  // The dispatch on a value's first unit. Why the first unit decides among
+  // the alternatives: see parser.cpp.
+  static Token token(Char c) noexcept {
+    switch (c) {
+      case '"': return Token::kString;
+      case '-': case '0': case '1': case '2': case '3': case '4':
+      case '5': case '6': case '7': case '8': case '9':
+        return Token::kNumber;
+      case '{': return Token::kObject;
+      case '[': return Token::kArray;
+      case 't': return Token::kTrue;
+      case 'f': return Token::kFalse;
+      case 'n': return Token::kNull;
+      default: return Token::kNone;
     }
   }
 
- protected:
-  using ParseResult = foundation::json::ParseResult;
-  using Value = foundation::json::Value;
+  // The word of kTrue, kFalse or kNull at p. A word that does not match
+  // fails where it starts, as a string would.
+  ParseResult literal(const Char*& p, Token t) const noexcept {
+    static constexpr const char* kWords[] = {"true", "false", "null"};
+    const char* word = kWords[int(t) - int(Token::kTrue)];
+    const std::size_t n = std::strlen(word);
+    if (std::size_t(end_ - p) < n || !std::equal(word, word + n, p)) return foundation::json::kStringExpected;
+    p += n;
+    return foundation::json::kParseOk;
+  }
 
-  ParseResult string(const Char*& p, std::string& out) {
+  // The string at p into out: a sink with append_run (content as it
+  // stands), put (an escaped ASCII character) and put_escape (a \u escape).
+  template <class Sink>
+  ParseResult string(const Char*& p, Sink& out) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '"') return foundation::json::kStringExpected;
     ++p;
     for (;;) {
       const Char* run = p;
       p = find_quote_or_backslash(p, end_);
-      append_content(run, p, out);
+      out.append_run(run, p);
       if (p == end_) return foundation::json::kUnexpectedEnd;
       if (*p == '"') {
         ++p;
@@ -83,14 +130,7 @@ class BasicParser {
   // digits after it cannot take a fraction ("01.5" stops at the '.'). The
   // digits are gathered as they are checked, so most numbers need no second
   // reading.
-  ParseResult number(const Char*& p, Value& out) {
-    double d;
-    const ParseResult r = number_value(p, d);
-    if (r == foundation::json::kParseOk) out = Value(d);
-    return r;
-  }
-
-  ParseResult number_value(const Char*& p, double& out) {
+  ParseResult number(const Char*& p, double& out) const {
     const Char* const first = p;
     if (p == end_) return foundation::json::kUnexpectedEnd;
     const bool negative = *p == '-';
@@ -126,23 +166,19 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
-  ParseResult array(const Char*& p, Value& out) {
+  // [ element, ... ] at p: element(p) reads one value and returns its code.
+  template <class Element>
+  ParseResult elements(const Char*& p, Element&& element) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '[') return foundation::json::kArrayExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
-    Level level(depth_);
+    const Level level(depth_);
     ++p;
     skip_white_space(p);
     if (p == end_) return foundation::json::kUnexpectedEnd;
-    // Elements gather on the scratch stack shared by every level and move
-    // into a vector of exactly their number at the closing bracket: no
-    // vector regrows element by element.
-    const std::size_t mark = scratch_.size();
     if (*p != ']') {
       for (;;) {
-        Value element;
-        if (const ParseResult r = derived().value(p, element); r != foundation::json::kParseOk) return r;
-        scratch_.push_back(std::move(element));
+        if (const ParseResult r = element(p); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p == ']') break;
@@ -152,45 +188,34 @@ class BasicParser {
       }
     }
     ++p;
-    if (mark == 0 && scratch_.size() >= scratch_.capacity() / 2) {
-      // Everything on the stack is this array's and fills at least half of
-      // it (a large flat array, most often): the stack itself becomes the
-      // array, with no copy and no more spare room than regrowing leaves.
-      out = Value(std::exchange(scratch_, {}));
-      return foundation::json::kParseOk;
-    }
-    const auto first = scratch_.begin() + std::ptrdiff_t(mark);
-    out = Value(foundation::json::Array(std::make_move_iterator(first), std::make_move_iterator(scratch_.end())));
-    scratch_.erase(first, scratch_.end());
     return foundation::json::kParseOk;
   }
 
-  ParseResult object(const Char*& p, Value& out) {
+  // { "name": value, ... } at p: each name is read into name (as UTF-8),
+  // then member(name, p) reads the value and returns its code. Every member
+  // is reported, repeated names too: which one counts is the handler's rule.
+  template <class Member>
+  ParseResult members(const Char*& p, std::string& name, Member&& member) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '{') return foundation::json::kObjectExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
-    Level level(depth_);
+    const Level level(depth_);
     ++p;
     skip_white_space(p);
     if (p == end_) return foundation::json::kUnexpectedEnd;
-    foundation::json::Object members;
     if (*p != '}') {
-      std::string name;
       for (;;) {
         name.clear();
-        if (const ParseResult r = string(p, name); r != foundation::json::kParseOk) return r;
+        Utf8Sink sink(name);
+        if (const ParseResult r = string(p, sink); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p != ':') return foundation::json::kColonExpected;
         ++p;
         skip_white_space(p);
-        Value v;
-        if (const ParseResult r = derived().value(p, v); r != foundation::json::kParseOk) return r;
+        if (const ParseResult r = member(name, p); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
-        // A repeated name keeps its first value. Members mostly arrive in
-        // order, so the end is the likely place for the new one.
-        members.try_emplace(members.end(), std::move(name), std::move(v));
         if (*p == '}') break;
         if (*p != ',') return foundation::json::kCommaOrBraceExpected;
         ++p;
@@ -198,8 +223,29 @@ class BasicParser {
       }
     }
     ++p;
-    out = Value(std::move(members));
     return foundation::json::kParseOk;
+  }
+
+  // Reads the value at p for its grammar alone, building nothing.
+  ParseResult skip_value(const Char*& p) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    switch (const Token t = token(*p)) {
+      case Token::kString: {
+        Discard sink;
+        return string(p, sink);
+      }
+      case Token::kNumber: {
+        double ignored;
+        return number(p, ignored);
+      }
+      case Token::kObject: {
+        std::string name;
+        return members(p, name, [this](const std::string&, const Char*& q) { return skip_value(q); });
+      }
+      case Token::kArray: return elements(p, [this](const Char*& q) { return skip_value(q); });
+      case Token::kNone: return foundation::json::kStringExpected;
+      default: return literal(p, t);
+    }
   }
 
   // With comments on, "/* ... */" and "// ... newline" count as white space;
@@ -210,9 +256,39 @@ class BasicParser {
     if (comments_) skip_comments(p);
   }
 
-  const Char* end() const noexcept { return end_; }
+  // The first '"' or '\' at or after p, or end. Strings are mostly plain
+  // text, so a word is tested at a time.
+  static const Char* find_quote_or_backslash(const Char* p, const Char* end) noexcept {
+    constexpr std::uint64_t kQuotes = kLowBits * '"', kBackslashes = kLowBits * '\\';
+    while (end - p >= kUnitsPerWord) {
+      std::uint64_t w;
+      std::memcpy(&w, p, 8);
+      if (has_zero_unit(w ^ kQuotes) || has_zero_unit(w ^ kBackslashes)) break;
+      p += kUnitsPerWord;
+    }
+    while (p != end && *p != '"' && *p != '\\') ++p;
+    return p;
+  }
 
  private:
+  struct Discard {
+    void append_run(const Char*, const Char*) noexcept {}
+    void put(char) noexcept {}
+    void put_escape(char16_t, char16_t, bool) noexcept {}
+  };
+
+  // Counts one level of array or object nesting for as long as it lives.
+  class Level {
+   public:
+    explicit Level(std::size_t& depth) noexcept : depth_(++depth) {}
+    ~Level() { --depth_; }
+    Level(const Level&) = delete;
+    Level& operator=(const Level&) = delete;
+
+   private:
+    std::size_t& depth_;
+  };
+
   // White space and comments, apart so that the common case above inlines.
   [[gnu::noinline]] void skip_comments(const Char*& p) const noexcept {
     for (;;) {
@@ -231,8 +307,6 @@ class BasicParser {
     }
   }
 
-  Derived& derived() noexcept { return static_cast<Derived&>(*this); }
-
   // The unit as a code point for the ASCII tests (a char may be signed).
   static int code(Char c) noexcept {
     if constexpr (sizeof(Char) == 1)
@@ -250,7 +324,6 @@ class BasicParser {
     return -1;
   }
 
- protected:
   // The UTF-16 unit spelled by four hex digits, or -1.
   static int hex4(const Char* p) noexcept {
     const int a = hex_digit(p[0]), b = hex_digit(p[1]), c = hex_digit(p[2]), d = hex_digit(p[3]);
@@ -268,23 +341,9 @@ class BasicParser {
   // unit that is zero).
   static bool has_zero_unit(std::uint64_t x) noexcept { return ((x - kLowBits) & ~x & kHighBits) != 0; }
 
-  // The first '"' or '\' at or after p, or end. Strings are mostly plain
-  // text, so a word is tested at a time.
-  static const Char* find_quote_or_backslash(const Char* p, const Char* end) noexcept {
-    constexpr std::uint64_t kQuotes = kLowBits * '"', kBackslashes = kLowBits * '\\';
-    while (end - p >= kUnitsPerWord) {
-      std::uint64_t w;
-      std::memcpy(&w, p, 8);
-      if (has_zero_unit(w ^ kQuotes) || has_zero_unit(w ^ kBackslashes)) break;
-      p += kUnitsPerWord;
-    }
-    while (p != end && *p != '"' && *p != '\\') ++p;
-    return p;
-  }
-
- private:
   // p is on a backslash, and stays there unless the whole escape is read.
-  ParseResult escape(const Char*& p, std::string& out) {
+  template <class Sink>
+  ParseResult escape(const Char*& p, Sink& out) {
     const Char* e = p + 1;
     if (e == end_) return foundation::json::kUnexpectedEnd;
     char c;
@@ -298,14 +357,15 @@ class BasicParser {
       case 'u': return unicode_escape(p, e + 1, out);
       default: return foundation::json::kInvalidEscape;
     }
-    out.push_back(c);
+    out.put(c);
     p = e + 1;
     return foundation::json::kParseOk;
   }
 
   // digits: just after the 'u'. A high surrogate takes a second escape with
-  // it, whatever that one holds: u16_to_u8 sorts out unpaired units.
-  ParseResult unicode_escape(const Char*& p, const Char* digits, std::string& out) {
+  // it, whatever that one holds: the sink sorts out unpaired units.
+  template <class Sink>
+  ParseResult unicode_escape(const Char*& p, const Char* digits, Sink& out) {
     if (end_ - digits < 4) return foundation::json::kUnexpectedEnd;
     const int first = hex4(digits);
     if (first < 0) return foundation::json::kInvalidUnicodeEscape;
@@ -315,10 +375,10 @@ class BasicParser {
       if (e[0] != '\\' || e[1] != 'u') return foundation::json::kInvalidUnicodeEscape;
       const int second = hex4(e + 2);
       if (second < 0) return foundation::json::kInvalidUnicodeEscape;
-      foundation::json::detail::u16_to_u8(char16_t(first), char16_t(second), true, out);
+      out.put_escape(char16_t(first), char16_t(second), true);
       e += 6;
     } else {
-      foundation::json::detail::u16_to_u8(char16_t(first), 0, false, out);
+      out.put_escape(char16_t(first), 0, false);
     }
     p = e;
     return foundation::json::kParseOk;
@@ -340,22 +400,6 @@ class BasicParser {
 #endif
     }
     return w;
-  }
-
-  // String content between p and q, as UTF-8.
-  static void append_content(const Char* p, const Char* q, std::string& out) {
-    if constexpr (sizeof(Char) == 1) {
-      out.append(p, q);
-    } else {
-      // Mostly ASCII: narrowed in place; the rest (and unpaired
-      // surrogates, as U+FFFD) as the host's conversion writes it.
-      const std::size_t at = out.size();
-      out.resize(at + std::size_t(q - p));
-      char* o = out.data() + at;
-      for (; p != q && *p < 0x80; ++p) *o++ = char(*p);
-      out.resize(std::size_t(o - out.data()));
-      if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out);
-    }
   }
 
   // The general conversion, for the numbers the quick path refuses. The
@@ -409,22 +453,9 @@ class BasicParser {
     return foundation::json::kParseOk;
   }
 
-  // Counts one level of array or object nesting for as long as it lives.
-  class Level {
-   public:
-    explicit Level(std::size_t& depth) noexcept : depth_(++depth) {}
-    ~Level() { --depth_; }
-    Level(const Level&) = delete;
-    Level& operator=(const Level&) = delete;
-
-   private:
-    std::size_t& depth_;
-  };
-
   const Char* const end_;
   const bool comments_;
   std::size_t depth_ = 0;
-  std::vector<Value> scratch_;
 };
 
 }  // namespace dovra_json::detail

@@ -1,0 +1,305 @@
+// The reader from the text: values, objects and responses. Small notation
+// and the data of large notation are in text_data.cpp.
+
+#include "decode/text_reader.hpp"
+
+#include <algorithm>
+#include <new>
+
+#include "decode/response.hpp"
+#include "decode/rules.hpp"
+#include "decode/text_reader_impl.hpp"
+#include "host/json_keys.hpp"
+
+namespace ixtal_json::detail {
+
+matrix::owned_array TextReader::document() {
+  const Char* p = begin_;
+  matrix::owned_array a = value(p, true);
+  if (p != g_.end()) decline();
+  return a;
+}
+
+matrix::owned_array TextReader::response() {
+  const Char* p = begin_;
+  if (!g_.at(p, '{')) {
+    ok(g_.skip_value(p));
+    if (p != g_.end()) decline();
+    return owned(ixCreateLogicalScalar(false));
+  }
+  const Mark mark(elements_);
+  bool found = false, listed = false;
+  std::string name;
+  ok(g_.members(p, name, [&](const std::string& key, const Char*& q) {
+    if (found || key != keys::lhs) return g_.skip_value(q);
+    found = true;
+    if (!g_.at(q, '[')) return g_.skip_value(q);
+    listed = true;
+    return g_.elements(q, [&](const Char*& r) {
+      matrix::owned_array e = value(r);
+      ixSetArrayScope(e.get(), kReturnedScope);
+      elements_.push_back(std::move(e));
+      return fj::kParseOk;
+    });
+  }));
+  if (p != g_.end()) decline();
+  if (!listed) return owned(ixCreateLogicalScalar(false));
+  const dims_vector dims{elements_.size() - mark.at, 1};
+  return cell_of(dims, mark.at);
+}
+
+matrix::owned_array TextReader::value(const Char*& p, bool whole) {
+  if (p == g_.end()) decline();
+  switch (const Token t = g_.token(*p)) {
+    case Token::kString: return char_row(string_units(p));
+    case Token::kNumber: {
+      double d;
+      ok(g_.number(p, d));
+      return owned(ixCreateDoubleScalar(d));
+    }
+    case Token::kTrue:
+    case Token::kFalse:
+      ok(g_.literal(p, t));
+      return owned(ixCreateLogicalScalar(t == Token::kTrue));
+    case Token::kArray: return small_array(p, whole);
+    case Token::kObject: return object(p);
+    default: decline();  // null, and what is no value
+  }
+}
+
+std::u16string_view TextReader::string_units(const Char*& p) {
+  units_.clear();
+  ok(g_.string(p, units_));
+  return units_.units();
+}
+
+matrix::owned_array TextReader::char_row(std::u16string_view u) {
+  return owned(ixCreateStringInPlace(
+      u.size(),
+      [](char16_t* out, void* read) {
+        const auto& text = *static_cast<std::u16string_view*>(read);
+        std::copy(text.begin(), text.end(), out);
+        return text.size();
+      },
+      &u));
+}
+
+std::string TextReader::utf8_string(const Char*& p) {
+  if (!g_.at(p, '"')) decline();
+  std::string s;
+  dovra_json::detail::Utf8Sink sink(s);
+  ok(g_.string(p, sink));
+  return s;
+}
+
+// What an object's members say of the keys that decide what it is. The
+// first of repeated names counts, as everywhere.
+struct TextReader::DecidingKeys {
+  const Char* type_at = nullptr;
+  const Char* size_at = nullptr;
+  const Char* data_at = nullptr;
+  const Char* complex_at = nullptr;
+  IxtalType type{};
+  dims_vector dims;
+  bool size_ok = false;
+  bool complex = false, complex_ok = true;
+  // The data, when they could be read where they stand: the class and
+  // the size came first. Read as real or complex, whichever was known.
+  matrix::owned_array data;
+  bool data_complex = false;
+};
+
+matrix::owned_array TextReader::object(const Char*& p) {
+  DecidingKeys k;
+  const FieldMark mark(fields_);
+  const Depth depth(record_depth_);
+  Layout& layout = layout_at(record_depth_);
+  bool on_layout = true;  // the names so far are the layout's first names
+  Names seen;             // once they are not
+  std::string name;
+  ok(g_.members(p, name, [&](std::string& key, const Char*& q) {
+    member(key, q, k, mark.at, layout, on_layout, seen);
+    return fj::kParseOk;
+  }));
+  switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
+    case ObjectRole::kLarge: return large(k);
+    case ObjectRole::kSpecialFloat: {
+      const Char* q = k.data_at;
+      double x;
+      if (!special_float_value(utf8_string(q), x)) decline();
+      return owned(ixCreateDoubleScalar(x));
+    }
+    case ObjectRole::kPlainStruct: break;
+  }
+  return plain_struct(mark.at, layout);
+}
+
+void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
+                        bool& on_layout, Names& seen) {
+  if (key == keys::tntype) {
+    if (k.type_at) return ok(g_.skip_value(q));
+    k.type_at = q;
+    // An object with a class is large notation, whatever else it holds.
+    const std::string type = utf8_string(q);
+    try {
+      k.type = ixtal_type_for_name(type);
+    } catch (...) {
+      decline();
+    }
+    return;
+  }
+  if (key == keys::tndata) {
+    if (k.data_at) return ok(g_.skip_value(q));
+    k.data_at = q;
+    if (k.type_at && k.size_at && k.size_ok) {
+      const Char* const start = q;
+      try {
+        k.data = large_data(q, k.type, k.dims, k.complex);
+        k.data_complex = k.complex;
+        return;
+      } catch (const Decline&) {
+        // Numeric data may yet be declared complex by a later "tncomplex".
+        if (k.complex_at || !is_numeric_type(k.type)) throw;
+        q = start;
+      }
+    }
+    return ok(g_.skip_value(q));
+  }
+  const bool first_size = key == keys::tnsize && !k.size_at;
+  const bool first_complex = key == keys::tncomplex && !k.complex_at;
+  const Char* const start = q;
+  // Until a key says otherwise, the object is a plain structure and its
+  // members are its fields, read as they come.
+  if (k.type_at || k.data_at || repeated(key, mark, layout, on_layout, seen)) ok(g_.skip_value(q));
+  else fields_.push_back({std::move(key), value(q)});
+  if (first_size) {
+    k.size_at = start;
+    const Char* s = start;
+    k.size_ok = read_size(s, k.dims);
+  }
+  if (first_complex) {
+    k.complex_at = start;
+    const Char* c = start;
+    const Token t = g_.token(*c);
+    k.complex_ok = t == Token::kTrue || t == Token::kFalse;
+    k.complex = t == Token::kTrue;
+  }
+}
+
+bool TextReader::repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout,
+                          Names& seen) {
+  const std::size_t k = fields_.size() - mark;
+  if (on_layout && k < layout.names.size() && layout.names[k] == key) return false;  // the layout has no repeats
+  if (on_layout) {
+    on_layout = false;
+    for (std::size_t i = mark; i < fields_.size(); ++i) seen.add(fields_[i].name);
+  }
+  if (seen.contains(key)) return true;
+  seen.add(key);
+  return false;
+}
+
+bool TextReader::Names::contains(const std::string& name) const {
+  return few_.size() < kScanned ? std::find(few_.begin(), few_.end(), name) != few_.end() : many_.count(name) != 0;
+}
+
+void TextReader::Names::add(const std::string& name) {
+  if (few_.size() < kScanned) {
+    few_.push_back(name);
+    if (few_.size() == kScanned) many_.insert(few_.begin(), few_.end());
+  } else {
+    many_.insert(name);
+  }
+}
+
+bool TextReader::read_size(const Char*& p, dims_vector& dims) {
+  dims.clear();
+  if (!g_.at(p, '[')) return false;
+  bool fine = true;
+  ok(g_.elements(p, [&](const Char*& q) {
+    if (g_.token(*q) != Token::kNumber) {
+      fine = false;
+      return g_.skip_value(q);
+    }
+    double x;
+    ixSize size;
+    const fj::ParseResult r = g_.number(q, x);
+    if (!size_entry(x, size)) fine = false;
+    else dims.push_back(size);
+    return r;
+  }));
+  return fine && dims.size() >= kMinDimensions;
+}
+
+matrix::owned_array TextReader::large(DecidingKeys& k) {
+  if (!k.size_at || !k.data_at || !k.size_ok) decline();
+  const bool complex_matters = is_numeric_type(k.type);
+  if (complex_matters && !k.complex_ok) decline();
+  if (k.data && (!complex_matters || k.data_complex == k.complex)) return std::move(k.data);
+  // The data came before what says how to read them: read again, now.
+  k.data.reset();
+  const Char* q = k.data_at;
+  return large_data(q, k.type, k.dims, k.complex);
+}
+
+TextReader::Layout& TextReader::layout_at(std::size_t depth) {
+  if (layouts_.size() < depth) layouts_.resize(depth);
+  return layouts_[depth - 1];
+}
+
+// Records of one body mostly share their names, in one order: the layout
+// of the last record at this depth is kept, and a record that matches it
+// shares its field names (ixCreateStructArrayLike).
+matrix::owned_array TextReader::plain_struct(std::size_t mark, Layout& layout) {
+  const auto first = fields_.begin() + std::ptrdiff_t(mark);
+  const std::size_t n = fields_.size() - mark;
+  if (!layout.model || !std::equal(first, fields_.end(), layout.names.begin(), layout.names.end(),
+                                   [](const Field& f, const std::string& name) { return f.name == name; })) {
+    layout.model.reset();
+    layout.names.clear();
+    for (auto f = first; f != fields_.end(); ++f) layout.names.push_back(f->name);
+    layout.order = field_order(layout.names);
+    std::vector<std::string> sorted;
+    for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
+    const ixSize none[2] = {0, 0};
+    layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
+  }
+  const ixSize one[2] = {1, 1};
+  matrix::owned_array s(ixCreateStructArrayLike(2, one, layout.model.get()));
+  for (std::size_t f = 0; f < n; ++f)
+    ixSetFieldByNumber(s.get(), 0, int(f), first[std::ptrdiff_t(layout.order[f])].value.release());
+  return s;
+}
+
+matrix::owned_array TextReader::cell_of(const dims_vector& dims, std::size_t mark) {
+  matrix::owned_array cell(ixCreateCellArray(dims.size(), dims.data()));
+  for (std::size_t i = mark; i < elements_.size(); ++i) ixSetCell(cell.get(), i - mark, elements_[i].release());
+  return cell;
+}
+
+template <class Read>
+std::optional<matrix::owned_array> read_or_decline(std::u16string_view text, Read read) {
+  // Whatever stops the reader (a decline, a failed allocation, anything the
+  // runtime raises) leaves the text to the general path, whose answer is
+  // the one to give.
+  try {
+    TextReader reader(text.data(), text.data() + text.size());
+    return read(reader);
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace ixtal_json::detail
+
+namespace ixtal_json {
+
+std::optional<matrix::owned_array> read_document(std::u16string_view text) {
+  return detail::read_or_decline(text, [](detail::TextReader& r) { return r.document(); });
+}
+
+std::optional<matrix::owned_array> read_response(std::u16string_view text) {
+  return detail::read_or_decline(text, [](detail::TextReader& r) { return r.response(); });
+}
+
+}  // namespace ixtal_json

@@ -1,0 +1,143 @@
+#pragma once
+
+// The reader from the text, shared by its two source files. Every refusal
+// is decline(): it unwinds to read_document or read_response, destroying
+// whatever was under construction, and the text goes to the general path.
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "decode/dimensions.hpp"
+#include "decode/ixtal_type.hpp"
+#include "foundation/json/ixtal_type.hpp"
+#include "ixtal/matrix.hpp"
+#include "json/grammar.hpp"
+#include "json/utf16_sink.hpp"
+
+namespace ixtal_json::detail {
+
+namespace fj = foundation::json;
+using dovra_json::detail::Token;
+
+class TextReader {
+ public:
+  using Char = char16_t;
+
+  TextReader(const Char* begin, const Char* end) : g_(end, 0), begin_(begin) {}
+
+  matrix::owned_array document();
+  matrix::owned_array response();
+
+ private:
+  struct Decline {};
+  [[noreturn]] static void decline() { throw Decline{}; }
+  static void ok(fj::ParseResult r) {
+    if (r != fj::kParseOk) decline();
+  }
+  static matrix::owned_array owned(ixArray* a) { return matrix::owned_array(a); }
+
+  struct Field {
+    std::string name;
+    matrix::owned_array value;
+  };
+  struct Layout {
+    std::vector<std::string> names;       // as the text lists them
+    std::vector<std::size_t> order;       // field k's member
+    matrix::owned_array model;            // a structure with the fields, in field order
+  };
+  struct DecidingKeys;
+
+  // The names an object has given so far, to find a repeated one: a scan
+  // while they are few, a hash beyond, so that a wide object stays linear.
+  class Names {
+   public:
+    bool contains(const std::string& name) const;
+    void add(const std::string& name);
+
+   private:
+    static constexpr std::size_t kScanned = 32;
+    std::vector<std::string> few_;
+    std::unordered_set<std::string> many_;
+  };
+
+  // Gives a stack back what it held before, however the reading ends.
+  template <class Stack>
+  struct StackMark {
+    explicit StackMark(Stack& s) noexcept : stack(s), at(s.size()) {}
+    ~StackMark() { stack.erase(stack.begin() + std::ptrdiff_t(at), stack.end()); }
+    StackMark(const StackMark&) = delete;
+    StackMark& operator=(const StackMark&) = delete;
+    Stack& stack;
+    const std::size_t at;
+  };
+  using Mark = StackMark<std::vector<matrix::owned_array>>;
+  using FieldMark = StackMark<std::vector<Field>>;
+  struct Depth {
+    explicit Depth(std::size_t& d) noexcept : depth(++d) {}
+    ~Depth() { --depth; }
+    std::size_t& depth;
+  };
+
+  // text_reader.cpp
+  matrix::owned_array value(const Char*& p, bool whole = false);
+  std::u16string_view string_units(const Char*& p);
+  static matrix::owned_array char_row(std::u16string_view units);
+  std::string utf8_string(const Char*& p);
+  matrix::owned_array object(const Char*& p);
+  void member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
+              bool& on_layout, Names& seen);
+  bool repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout, Names& seen);
+  bool read_size(const Char*& p, dims_vector& dims);
+  matrix::owned_array large(DecidingKeys& k);
+  Layout& layout_at(std::size_t depth);
+  matrix::owned_array plain_struct(std::size_t mark, Layout& layout);
+  matrix::owned_array cell_of(const dims_vector& dims, std::size_t mark);
+
+  // text_data.cpp
+  matrix::owned_array small_array(const Char*& p, bool whole);
+  void small_level(const Char*& p, std::size_t level);
+  void small_leaf(const Char*& p);
+  bool special_float(const Char*& p, double& out);
+  matrix::owned_array small_result();
+  struct Restart {};
+  matrix::owned_array matrix_rows(const Char*& p);
+  void fill_row(const Char*& p, std::size_t level, std::size_t offset, double* out, const dims_vector& strides);
+  matrix::owned_array large_data(const Char*& p, IxtalType type, const dims_vector& dims, bool complex);
+  template <class T>
+  matrix::owned_array flat_data(const Char*& p, const dims_vector& dims, bool complex);
+  template <class T>
+  void element(const Char*& p, T& out);
+  matrix::owned_array char_data(const Char*& p, const dims_vector& dims);
+  matrix::owned_array cell_data(const Char*& p, const dims_vector& dims);
+  matrix::owned_array struct_data(const Char*& p, const dims_vector& dims);
+  matrix::owned_array string_data(const Char*& p, const dims_vector& dims);
+  // The number of elements of dims, when the rest of the text could hold
+  // that many values of at least one unit each; else decline, before an
+  // array of a size no data back is made.
+  ixSize countable(const Char* p, const dims_vector& dims, ixSize per_element = 1) const;
+
+  dovra_json::detail::Grammar<Char> g_;
+  const Char* const begin_;
+  dovra_json::detail::Utf16Sink units_;
+  std::vector<matrix::owned_array> elements_;  // of cells and responses, shared by every depth
+  std::vector<Field> fields_;                  // of plain structures, shared by every depth
+  std::deque<Layout> layouts_;                 // of plain structures, one per depth (held by reference)
+  std::size_t record_depth_ = 0;
+
+  // Small notation: the size of each level as its first array says, the
+  // level of the leaves once known, and the leaves in text order.
+  static constexpr std::size_t kUnknown = std::size_t(-1);
+  enum class SmallKind { kNone, kDouble, kLogical };
+  dims_vector levels_;
+  std::vector<bool> level_known_;
+  std::size_t leaf_level_ = kUnknown;
+  SmallKind kind_ = SmallKind::kNone;
+  std::vector<double> numbers_;
+  std::vector<bool> booleans_;
+};
+
+}  // namespace ixtal_json::detail

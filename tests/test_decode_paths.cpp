@@ -1,0 +1,255 @@
+// The two ways of decoding give one answer. Generated documents of every
+// shape (small notation, large notation of every class with its keys in any
+// order, special floats, plain records at depth, cells, structures,
+// responses), valid or spoilt in one place: wherever the reader from the
+// text answers, the general path gives the same array (value, class,
+// shape, field order, scope), and the reader answers for every valid
+// document the generator makes. Running out of memory part way changes
+// nothing of that, and leaves nothing behind.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "decode/driver.hpp"
+#include "decode/response.hpp"
+#include "decode/text_reader.hpp"
+#include "decode_rows.hpp"
+#include "ixtal/json_host.hpp"
+#include "ixtal/testing.hpp"
+#include "json/parse_step.hpp"
+
+namespace dovra_test {
+namespace {
+
+class Documents {
+ public:
+  explicit Documents(unsigned seed) : rng_(seed) {}
+
+  std::string value(int depth) {
+    switch (depth > 3 ? pick(4) : pick(9)) {
+      case 0: return number();
+      case 1: return string();
+      case 2: return pick(2) ? "true" : "false";
+      case 3: return special();
+      case 4: case 5: return small();
+      case 6: return record(depth + 1);
+      default: return large(depth + 1);
+    }
+  }
+
+  std::string response() {
+    std::string list;
+    for (int n = pick(6), k = 0; k < n; ++k) list += (k ? "," + space() : "") + value(1);
+    switch (pick(8)) {
+      case 0: return "[" + list + "]";
+      case 1: return R"({"lhs":3})";
+      case 2: return R"({"other":[1]})";
+      case 3: return R"({"x":{"lhs":[1]},"lhs":[)" + list + R"(],"lhs":7})";
+      default: return "{" + space() + R"("lhs")" + space() + ":" + space() + "[" + list + "]" + space() + "}";
+    }
+  }
+
+  // One fault: a token put in another's place, a unit dropped or doubled.
+  std::string spoil(std::string s) {
+    static const char* const kFaults[] = {"null", "\"x\"", "true", "1.5", "[]", "{}", "-1", "[1,2]", "300"};
+    if (s.empty()) return s;
+    const std::size_t at = rng_() % s.size();
+    switch (pick(4)) {
+      case 0: s.erase(at, 1); break;
+      case 1: s.insert(at, 1, s[at]); break;
+      default: {
+        // The number or word at the first such place from at.
+        std::size_t b = s.find_first_of("-0123456789tfn", at);
+        if (b == std::string::npos) return s + "x";
+        std::size_t e = s.find_first_of(",]}", b);
+        s.replace(b, (e == std::string::npos ? s.size() : e) - b, kFaults[pick(std::size(kFaults))]);
+      }
+    }
+    return s;
+  }
+
+ private:
+  int pick(std::size_t n) { return int(rng_() % n); }
+  std::string space() { return pick(4) ? "" : pick(2) ? " " : "\n\t "; }
+
+  std::string number() {
+    static const char* const kNumbers[] = {"0", "-0", "7", "-12", "3.25", "1e3", "-2.5E-3", "0123", "1e400",
+                                           "4294967296", "9007199254740993", "0.1", "255", "65535", "127", "-128"};
+    return kNumbers[pick(std::size(kNumbers))];
+  }
+
+  // Units \x02 and \x03 become a high and a low surrogate in the host text.
+  std::string string() {
+    static const char* const kStrings[] = {
+        R"("")", R"("plain")", R"("esc \" \\ \/ \b\f\n\r\t")", R"("\u00e9\u0000x")", R"("\ud83d\ude00")",
+        "\"caf\xc3\xa9 \xf0\x9f\x98\x80\"", R"("\ud800")", R"("\udc00x")", R"("\ud800\u0041")",
+        "\"raw \x02\x03 pair\"", "\"lone \x02 high\"", "\"lone \x03 low\"", "\"\x02\"", R"("\ud83d\ude00\x02")",
+        R"("NaN")", R"("a]b")"};
+    return kStrings[pick(std::size(kStrings))];
+  }
+
+  std::string special() {
+    static const char* const kNames[] = {"NaN", "Inf", "-Inf"};
+    const std::string data = R"("tndata")" + space() + ":" + space() + "\"" + kNames[pick(3)] + "\"";
+    switch (pick(4)) {
+      case 0: return "{" + data + R"(,"x":[1,{"a":2}])" + "}";
+      case 1: return R"({"tnsize":[1,1],)" + data + "}";
+      default: return "{" + data + "}";
+    }
+  }
+
+  // Nested arrays of one size per level, of numbers, booleans or special
+  // floats; sometimes empty at some level.
+  std::string small() {
+    const int levels = 1 + pick(3);
+    std::vector<int> sizes;
+    for (int l = 0; l < levels; ++l) sizes.push_back(pick(6) ? 1 + pick(3) : 0);
+    const int kind = pick(3);
+    return small_level(sizes, 0, kind);
+  }
+  std::string small_level(const std::vector<int>& sizes, std::size_t l, int kind) {
+    std::string s = "[";
+    for (int k = 0; k < sizes[l]; ++k) {
+      s += k ? "," + space() : "";
+      if (l + 1 < sizes.size()) s += small_level(sizes, l + 1, kind);
+      else if (kind == 0) s += pick(2) ? "true" : "false";
+      else s += kind == 2 && pick(3) == 0 ? special() : number();
+    }
+    return s + "]";
+  }
+
+  std::string name() {
+    static const char* const kNames[] = {"id", "name", "score", "ok", "B", "a", "_", "", "tnsize", "tnclass",
+                                         "tncomplex", "a\\u0062", "\xc3\xa9t\xc3\xa9", "pos", "id"};
+    return "\"" + std::string(kNames[pick(std::size(kNames))]) + "\"";
+  }
+
+  std::string record(int depth) {
+    std::string s = "{";
+    for (int n = pick(6), k = 0; k < n; ++k)
+      s += (k ? "," : "") + space() + name() + space() + ":" + space() + value(depth);
+    return s + space() + "}";
+  }
+
+  std::string large(int depth) {
+    static const char* const kNumeric[] = {"double", "single", "int8", "int16", "int32", "int64",
+                                           "uint8",  "uint16", "uint32", "uint64"};
+    const int rows = pick(3), cols = pick(3), count = rows * cols;
+    std::string type, data;
+    bool complex = false;
+    const auto list = [&](int n, auto item) {
+      std::string l = "[";
+      for (int k = 0; k < n; ++k) l += (k ? "," : "") + item();
+      return l + "]";
+    };
+    switch (pick(7)) {
+      case 0: case 1:
+        type = kNumeric[pick(std::size(kNumeric))];
+        complex = pick(3) == 0;
+        data = list(complex ? 2 * count : count, [&] { return type[0] == 'd' && pick(4) == 0 ? special() : number(); });
+        break;
+      case 2: type = "logical"; data = list(count, [&] { return std::string(pick(2) ? "true" : "false"); }); break;
+      case 3: type = "char"; data = "[\"" + std::string(std::size_t(count), 'c') + "\"]"; break;
+      case 4: type = "cell"; data = list(count, [&] { return value(depth); }); break;
+      case 5: {
+        type = "struct";
+        data = "{";
+        for (int n = pick(3), k = 0; k < n; ++k)
+          data += (k ? "," : "") + name() + ":" + list(count, [&] { return value(depth); });
+        data += "}";
+        break;
+      }
+      default: type = "string"; data = list(count, [&] { return pick(4) ? string() : std::string("null"); });
+    }
+    std::vector<std::string> members = {R"("tntype":")" + type + "\"",
+                                        R"("tnsize":[)" + std::to_string(rows) + "," + std::to_string(cols) + "]",
+                                        R"("tndata":)" + data};
+    if (complex) members.push_back(R"("tncomplex":true)");
+    if (pick(4) == 0) members.push_back(R"("tnclass":"x")");
+    if (pick(6) == 0) members.push_back(R"("tntype":"int8")");  // a repeated name: the first counts
+    std::shuffle(members.begin(), members.begin() + std::ptrdiff_t(complex ? 4 : 3), rng_);
+    std::string s = "{";
+    for (std::size_t k = 0; k < members.size(); ++k) s += (k ? "," : "") + space() + members[k];
+    return s + "}";
+  }
+
+  std::mt19937 rng_;
+};
+
+std::u16string host_units(const std::string& text) {
+  const matrix::owned_array row = ixtal::json_host::text(text);
+  std::u16string u(static_cast<const char16_t*>(ixGetData(row.get())), std::size_t(ixGetNumberOfElements(row.get())));
+  for (char16_t& c : u) c = c == 2 ? 0xD800 : c == 3 ? 0xDC00 : c;
+  return u;
+}
+
+// The general path's answer, or null where it raises.
+owned_array general_document(std::u16string_view text) {
+  owned_array out;
+  if (failure_of([&] { out = ixtal_json::decode_value(dovra_json::parse_text(text)); })) out.reset();
+  return out;
+}
+owned_array general_response(std::u16string_view text) {
+  owned_array out;
+  ixArray* cell = nullptr;
+  const bool failed = bool(failure_of([&] {
+    foundation::json::Value root = dovra_json::parse_text(text);
+    ixtal_json::decode_response(root, cell);
+  }));
+  out.reset(cell);  // a failing element leaves a partly filled cell
+  if (failed) out.reset();
+  return out;
+}
+
+void expect_same_scopes(const ixArray* direct, const ixArray* general) {
+  if (ixGetClassID(direct) != ixCELL_CLASS) return;
+  for (ixSize k = 0; k < ixGetNumberOfElements(direct); ++k)
+    EXPECT_EQ(ixGetArrayScope(ixGetCell(direct, k)), ixGetArrayScope(ixGetCell(general, k)));
+}
+
+TEST(DecodePaths, TheReaderGivesWhatTheGeneralPathGives) {
+  LeakCheck leaks;
+  Documents docs(20261123);
+  const struct {
+    const char* what;
+    std::optional<owned_array> (*read)(std::u16string_view);
+    owned_array (*general)(std::u16string_view);
+  } kPaths[] = {{"document", ixtal_json::read_document, general_document},
+                {"response", ixtal_json::read_response, general_response}};
+  for (const auto& path : kPaths) {
+    int taken = 0, valid = 0, left_valid = 0;
+    for (int i = 0; i < 6000; ++i) {
+      const bool spoilt = i % 3 == 2;
+      std::string text = path.read == ixtal_json::read_document ? docs.value(0) : docs.response();
+      if (spoilt) text = docs.spoil(text);
+      SCOPED_TRACE(std::string(path.what) + ": " + text);
+      const std::u16string units = host_units(text);
+      const owned_array general = path.general(units);
+      // Now and then the runtime runs out of memory part way through.
+      const std::int64_t fail_after = i % 17 == 16 ? std::int64_t(i % 9) : -1;
+      ixtal::testing::fail_allocations_after(fail_after);
+      std::optional<owned_array> direct = path.read(units);
+      ixtal::testing::fail_allocations_after(-1);
+      if (general && !spoilt && fail_after < 0) ++valid;
+      if (!direct) {
+        if (general && !spoilt && fail_after < 0) {
+          ++left_valid;
+          ADD_FAILURE() << "a valid document left to the general path";
+        }
+        continue;
+      }
+      ++taken;
+      ASSERT_TRUE(general) << "read a text the general path refuses";
+      expect_same_reading(direct->get(), general.get());
+      if (path.read == ixtal_json::read_response) expect_same_scopes(direct->get(), general.get());
+    }
+    EXPECT_EQ(left_valid, 0) << path.what;
+    EXPECT_GT(valid, 3000) << path.what;
+    EXPECT_GT(taken, valid) << path.what << ": spoilt documents that are still valid are taken too";
+  }
+}
+
+}  // namespace
+}  // namespace dovra_test
