@@ -49,6 +49,9 @@ class field_order {
     constexpr std::size_t kRecent = 8;
     for (std::size_t k = lists_.size(); k > 0 && k + kRecent > lists_.size(); --k)
       if (lists_[k - 1].first == first && lists_[k - 1].count == nfields) return lists_[k - 1];
+    // Records made one by one hold lists of their own, mostly the same names.
+    for (std::size_t k = lists_.size(); k > 0 && k + kRecent > lists_.size(); --k)
+      if (same_names(lists_[k - 1], s, nfields)) return lists_[k - 1];
     list& l = lists_.emplace_back(list{first, nfields, {}, {}});
     l.order.resize(std::size_t(nfields));
     l.names.resize(std::size_t(nfields));
@@ -63,6 +66,13 @@ class field_order {
   }
 
  private:
+  static bool same_names(const list& l, const ixArray* s, int nfields) {
+    if (l.count != nfields) return false;
+    for (int f = 0; f < nfields; ++f)
+      if (*l.names[std::size_t(f)] != ixGetFieldName(s, f)) return false;
+    return true;
+  }
+
   std::deque<list> lists_;
 };
 
@@ -306,6 +316,7 @@ ixArray* write_direct(const ixArray* a, ToJsonMode mode, NanType nan) {
     // The room of a container's text is known only once it is written: it
     // goes to UTF-8 first, then into the row.
     std::string text;
+    text.reserve(64 * std::size_t(h.count) + 256);  // grown as it must be
     {
       TextOutput out(text);
       if (!text_writer(out, mode, nan).value(a, 0)) return nullptr;
