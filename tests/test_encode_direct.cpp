@@ -18,23 +18,14 @@
 namespace dovra_test {
 namespace {
 
-using ixtal_json::detail::ixArray_to_json_converter;
 using ixtal_json::detail::NanType;
 using ixtal_json::detail::ToJsonMode;
-
-template <ToJsonMode M, NanType N>
-foundation::json::Value tree_of(const ixArray* a) {
-  return ixArray_to_json_converter<M, N>()(a);
-}
 
 // The tree's compact text, or nothing when the converter throws.
 std::optional<std::u16string> tree_text(const ixArray* a, ToJsonMode mode, NanType nan) {
   foundation::json::Value v;
   try {
-    v = mode == ToJsonMode::large ? (nan == NanType::string ? tree_of<ToJsonMode::large, NanType::string>(a)
-                                                            : tree_of<ToJsonMode::large, NanType::object>(a))
-                                  : (nan == NanType::string ? tree_of<ToJsonMode::small, NanType::string>(a)
-                                                            : tree_of<ToJsonMode::small, NanType::object>(a));
+    v = ixtal_json::detail::convert(a, mode, nan);
   } catch (...) {
     return std::nullopt;
   }

@@ -7,6 +7,7 @@
 #include "decode/driver.hpp"
 #include "decode/flat_data.hpp"
 #include "errors/conversion_exceptions.hpp"
+#include "host/json_keys.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/text.hpp"
 
@@ -19,9 +20,9 @@ using foundation::json::Object;
 using foundation::json::traits;
 using foundation::json::Value;
 
-constexpr const char* kCellName = "cell";
-constexpr const char* kStructName = "struct";
-constexpr const char* kStringName = "string";
+constexpr const char* kCellName = names::cell;
+constexpr const char* kStructName = names::structure;
+constexpr const char* kStringName = names::string;
 
 // A structure whose field names are the keys of obj. The object holds each
 // name once (the first of repeated names) and iterates in byte order, the

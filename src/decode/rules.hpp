@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "decode/dimensions.hpp"
+#include "host/json_keys.hpp"
 
 namespace ixtal_json::detail {
 
@@ -39,9 +40,9 @@ inline ObjectRole object_role(bool has_tntype, bool has_tndata) noexcept {
 // The value a special float object's "tndata" names; false for any other
 // text.
 inline bool special_float_value(std::string_view name, double& out) noexcept {
-  if (name == "NaN") out = std::numeric_limits<double>::quiet_NaN();
-  else if (name == "-Inf") out = -std::numeric_limits<double>::infinity();
-  else if (name == "Inf") out = std::numeric_limits<double>::infinity();
+  if (name == names::nan) out = std::numeric_limits<double>::quiet_NaN();
+  else if (name == names::minus_inf) out = -std::numeric_limits<double>::infinity();
+  else if (name == names::inf) out = std::numeric_limits<double>::infinity();
   else return false;
   return true;
 }

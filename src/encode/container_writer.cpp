@@ -5,6 +5,7 @@
 
 #include "encode/large_object.hpp"
 #include "host/element_count.hpp"
+#include "host/json_keys.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace ixtal_json::detail {
@@ -42,7 +43,7 @@ Value write_cell(const ixArray* a, const element_encoder& encode, nesting& depth
     for (ixSize i = 0; i < n; ++i) data.push_back(encode(value(ixGetCell(a, i))));
   }
   check_count(data.size(), dims);
-  return large_object("cell", std::move(size), Value(std::move(data)));
+  return large_object(names::cell, std::move(size), Value(std::move(data)));
 }
 
 Value write_struct_large(const ixArray* a, const element_encoder& encode, nesting& depth) {
@@ -69,7 +70,7 @@ Value write_struct_large(const ixArray* a, const element_encoder& encode, nestin
     if (columns[std::size_t(f)]->size() != element_count(dims))
       throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
                                " did not match specified dimensions");
-  return large_object("struct", std::move(size), Value(std::move(fields)));
+  return large_object(names::structure, std::move(size), Value(std::move(fields)));
 }
 
 Value write_struct_small(const ixArray* a, const element_encoder& encode, nesting& depth) {

@@ -55,6 +55,14 @@ Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
   matrix::detail::rejectInvalidClassId(a);
 }
 
+Value convert(const ixArray* a, ToJsonMode mode, NanType nan) {
+  if (mode == ToJsonMode::large)
+    return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::large, NanType::string>()(a)
+                                  : ixArray_to_json_converter<ToJsonMode::large, NanType::object>()(a);
+  return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::small, NanType::string>()(a)
+                                : ixArray_to_json_converter<ToJsonMode::small, NanType::object>()(a);
+}
+
 // The four variants the encode builtin chooses from.
 template class ixArray_to_json_converter<ToJsonMode::large, NanType::string>;
 template class ixArray_to_json_converter<ToJsonMode::small, NanType::string>;

@@ -35,4 +35,8 @@ extern template class ixArray_to_json_converter<ToJsonMode::small, NanType::stri
 extern template class ixArray_to_json_converter<ToJsonMode::large, NanType::object>;
 extern template class ixArray_to_json_converter<ToJsonMode::small, NanType::object>;
 
+// The tree of a in the notation and form of non-finite numbers chosen at
+// run time, by the instantiation that serves them.
+foundation::json::Value convert(const ixArray* a, ToJsonMode mode, NanType nan);
+
 }  // namespace ixtal_json::detail

@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "encode/forms.hpp"
 #include "encode/large_object.hpp"
 #include "host/element_count.hpp"
 #include "errors/conversion_exceptions.hpp"
@@ -21,13 +22,6 @@ using foundation::json::Array;
 using foundation::json::Object;
 using foundation::json::Value;
 
-// "NaN", "Inf" or "-Inf" for a value beyond the finite range of F.
-template <class F>
-const char* special_name(F x) noexcept {
-  if (x != x) return "NaN";
-  return x > 0 ? "Inf" : "-Inf";
-}
-
 template <class F>
 bool is_finite(F x) noexcept {
   return std::fabs(x) <= std::numeric_limits<F>::max();
@@ -35,15 +29,12 @@ bool is_finite(F x) noexcept {
 
 // `levels` counts the special object itself and every container of the
 // writer around it.
-Value special_object(const char* name, const nesting& depth, std::size_t levels) {
+Value special_object(std::string_view name, const nesting& depth, std::size_t levels) {
   depth.require(levels);
   Object o;
-  o.emplace(keys::tndata, Value(name));
+  o.emplace(keys::tndata, Value(std::string(name)));
   return Value(std::move(o));
 }
-
-// Large-notation data: {"tndata":[...]} puts each element two levels down.
-constexpr std::size_t kLargeDataLevels = 2;
 
 // Appends one element, or one part of a complex element.
 template <class T>
@@ -52,9 +43,9 @@ void append_part(Array& data, T x, NanType nan, const nesting& depth) {
     if (is_finite(x)) [[likely]] {
       data.emplace_back(x);  // float stays the float alternative
     } else if (nan == NanType::string) {
-      data.emplace_back(special_name(x));
+      data.emplace_back(std::string(names::special(x)));
     } else {
-      data.push_back(special_object(special_name(x), depth, kLargeDataLevels + 1));
+      data.push_back(special_object(names::special(x), depth, kLargeDataLevels + 1));
     }
   } else if constexpr (std::is_same_v<T, bool>) {
     data.emplace_back(x);
@@ -93,7 +84,7 @@ template <class T>
 // Small notation has one form for NaN and the infinities, whatever NanType.
 Value small_number(double x, const nesting& depth, std::size_t levels) {
   if (is_finite(x)) [[likely]] return Value(x);
-  return special_object(special_name(x), depth, levels);
+  return special_object(names::special(x), depth, levels);
 }
 
 std::size_t checked_count(ixSize d) {

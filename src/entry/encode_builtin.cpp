@@ -18,7 +18,6 @@
 namespace dovra_entry {
 namespace {
 
-using ixtal_json::detail::ixArray_to_json_converter;
 using ixtal_json::detail::NanType;
 using ixtal_json::detail::ToJsonMode;
 
@@ -39,19 +38,6 @@ Choice read_option(const ixArray* arg, const char* name, std::u16string_view fir
   ixErrMsgId(component_IXTAL::catalog_class::key_InvalidArgument(option, option));
 }
 
-template <ToJsonMode Mode, NanType Nan>
-foundation::json::Value convert(const ixArray* a) {
-  return ixArray_to_json_converter<Mode, Nan>()(a);
-}
-
-foundation::json::Value convert(const ixArray* a, ToJsonMode mode, NanType nan) {
-  if (mode == ToJsonMode::large)
-    return nan == NanType::string ? convert<ToJsonMode::large, NanType::string>(a)
-                                  : convert<ToJsonMode::large, NanType::object>(a);
-  return nan == NanType::string ? convert<ToJsonMode::small, NanType::string>(a)
-                                : convert<ToJsonMode::small, NanType::object>(a);
-}
-
 }  // namespace
 
 void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
@@ -70,7 +56,7 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
     }
   foundation::json::Value value;
   try {
-    value = convert(prhs[0], mode, nan);
+    value = ixtal_json::detail::convert(prhs[0], mode, nan);
   } catch (const ixtal_json::IxUnsupportedType& e) {
     ixErrMsgId(DOVRA::IXTAL::JSON::EncodeUnsupportedType(e.text));
   } catch (const ixtal_json::IxNestingTooDeep&) {

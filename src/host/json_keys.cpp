@@ -1,10 +1,9 @@
 #include "host/json_keys.hpp"
 
 namespace ixtal_json::keys {
-const std::string tndata = "tndata";
-const std::string tnsize = "tnsize";
-const std::string tntype = "tntype";
-const std::string tncomplex = "tncomplex";
-const std::string tnclass = "tnclass";
-const std::string lhs = "lhs";
+const std::string tndata(names::tndata);
+const std::string tnsize(names::tnsize);
+const std::string tntype(names::tntype);
+const std::string tncomplex(names::tncomplex);
+const std::string lhs(names::lhs);
 }  // namespace ixtal_json::keys

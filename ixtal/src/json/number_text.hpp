@@ -1,0 +1,166 @@
+#pragma once
+
+// Numbers as JSON text: the shortest text that reads back to the same value,
+// and the digit writers it is made of. Internal to the runtime's writers.
+
+#include <array>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace foundation::json::number_text {
+
+// The largest float as a double. A shortest float text that reads back
+// beyond it ("3.4028235e+38") would overflow a reader that narrows with a
+// range check.
+constexpr double kLargestFloat = 3.4028234663852886e38;
+
+// Two digits at a time: "00" to "99".
+constexpr std::array<char, 200> kDigitPairs = [] {
+  std::array<char, 200> t{};
+  for (int i = 0; i < 100; ++i) {
+    t[2 * i] = char('0' + i / 10);
+    t[2 * i + 1] = char('0' + i % 10);
+  }
+  return t;
+}();
+
+constexpr std::array<std::uint64_t, 20> kPowersOfTen = [] {
+  std::array<std::uint64_t, 20> t{};
+  t[0] = 1;
+  for (std::size_t i = 1; i < t.size(); ++i) t[i] = t[i - 1] * 10;
+  return t;
+}();
+
+// The number of decimal digits of v; zero has one. (v | 1 has as many
+// digits as v: no power of ten above 1 is odd.)
+inline int decimal_digits(std::uint64_t v) noexcept {
+  v |= 1;
+  const int t = (std::bit_width(v) * 1233) >> 12;  // log10 from log2, low by at most one
+  return t - (v < kPowersOfTen[t]) + 1;
+}
+
+// The eight decimal digits of v (below 10^8, with leading zeros) as eight
+// characters in one register, the first in the lowest byte: split into
+// 4-digit lanes, then 2-digit lanes, then digits, with no loop.
+inline std::uint64_t eight_digits(std::uint32_t v) noexcept {
+  std::uint64_t lanes = (v / 10000) | (std::uint64_t(v % 10000) << 32);
+  const std::uint64_t hundreds = ((lanes * 10486) >> 20) & 0x0000007F0000007FULL;  // x / 100 per lane
+  lanes = hundreds | ((lanes - 100 * hundreds) << 16);
+  const std::uint64_t tens = ((lanes * 103) >> 10) & 0x000F000F000F000FULL;  // x / 10 per lane
+  lanes = tens | ((lanes - 10 * tens) << 8);
+  return lanes | 0x3030303030303030ULL;
+}
+
+// The digits of v in one register, the first in the lowest byte, and their
+// count: without a branch on its length (a loop over digit pairs
+// mispredicts on numbers of mixed lengths).
+inline unsigned __int128 decimal_register_32(std::uint32_t v, int& digits) noexcept {
+  digits = decimal_digits(v);
+  const std::uint64_t high = v / 100000000;
+  const std::uint64_t high_digits = (high / 10) | ((high % 10) << 8);
+  const unsigned __int128 text =
+      (static_cast<unsigned __int128>(eight_digits(v % 100000000)) << 16) | high_digits | 0x3030;
+  return text >> (8 * (10 - digits));
+}
+
+// Writes v in decimal and returns the end. Stores 16 bytes at p whatever
+// the length.
+inline char* write_decimal_32(char* p, std::uint32_t v) noexcept {
+  int digits;
+  const unsigned __int128 text = decimal_register_32(v, digits);
+  std::memcpy(p, &text, 16);
+  return p + digits;
+}
+
+// Stores the 16 bytes of text as 16 UTF-16 units at u.
+inline void store_widened(char16_t* u, unsigned __int128 text) noexcept {
+#if defined(__SSE2__)
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&text));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u), _mm_unpacklo_epi8(bytes, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(u + 8), _mm_unpackhi_epi8(bytes, zero));
+#else
+  for (int i = 0; i < 16; ++i) u[i] = char16_t(static_cast<std::uint8_t>(text >> (8 * i)));
+#endif
+}
+
+// The longest number text: "-2.2250738585072014e-308".
+constexpr std::size_t kLongestNumberText = 24;
+
+// Room the writer makes before writing one number: its longest text and
+// what the digit writers store past its end (16-byte stores up to 18
+// bytes in).
+constexpr std::size_t kNumberRoom = 48;
+
+// The count decimal digits of d (below 10^17) without a loop (a loop over
+// digit pairs is a chain of dependent divisions): sixteen are made in two
+// registers at once and the leading zeros shifted out. A 17th digit is
+// written at p first and p moves past it, without a branch (shortest
+// doubles have 16 or 17 digits about equally often); with fewer, that byte
+// is left for the caller to overwrite. Returns the other digits, the first
+// in the lowest byte.
+inline unsigned __int128 digit_register(char*& p, std::uint64_t d, int count) noexcept {
+  constexpr std::uint64_t k1e8 = 100000000, k1e16 = k1e8 * k1e8;
+  const std::uint64_t top = d / k1e16;
+  *p = char('0' + top);
+  d -= top * k1e16;
+  const bool seventeen = count > 16;
+  p += seventeen;
+  count -= seventeen;
+  const unsigned __int128 text =
+      (static_cast<unsigned __int128>(eight_digits(std::uint32_t(d % k1e8))) << 64) | eight_digits(std::uint32_t(d / k1e8));
+  return text >> (8 * (16 - count));
+}
+
+// Writes the count digits of d at p and returns the end; stores 17 bytes.
+inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
+  char* const end = p + count;
+  const unsigned __int128 text = digit_register(p, d, count);
+  std::memcpy(p, &text, 16);
+  return end;
+}
+
+// Writes x in the shortest text that reads back to it, exactly as
+// std::to_chars(x) does: the shortest digits (the nearest to x among
+// them, ties to even), in fixed notation unless scientific is shorter.
+// Stores up to kNumberRoom bytes at p. Finite x only.
+char* shortest(char* p, double x) noexcept;
+char* shortest(char* p, float x) noexcept;
+
+// Writes d at p when it is a whole number below 2^53 (exact, so its digits
+// are its shortest digits) whose text is not shorter in scientific
+// notation, which takes at least five trailing zeros (1e+05); else returns
+// null. Zero takes the general path: -0 keeps its sign.
+inline char* whole_number(char* p, double d) noexcept {
+  constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53: every whole number below is a double
+  if (!(d > -kExactWholeBound && d < kExactWholeBound)) return nullptr;
+  const auto i = static_cast<std::int64_t>(d);
+  if (static_cast<double>(i) != d || i % 100000 == 0) return nullptr;
+  *p = '-';
+  const std::uint64_t magnitude = i < 0 ? std::uint64_t(-i) : std::uint64_t(i);
+  p += i < 0;
+  // Most whole numbers fit 32 bits, where dividing is cheaper.
+  if (magnitude <= 0xFFFFFFFF) [[likely]] return write_decimal_32(p, std::uint32_t(magnitude));
+  return write_digits(p, magnitude, decimal_digits(magnitude));
+}
+
+// whole_number for an integer of up to 32 bits, without the double: it is
+// exact and below 2^53, so only the test for trailing zeros remains.
+template <class I>
+char* small_whole_number(char* p, I v) noexcept {
+  const std::int64_t i = v;
+  if (i % 100000 == 0) return nullptr;
+  *p = '-';
+  p += i < 0;
+  return write_decimal_32(p, std::uint32_t(i < 0 ? -i : i));
+}
+
+}  // namespace foundation::json::number_text
