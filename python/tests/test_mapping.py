@@ -38,6 +38,8 @@ def same(a, b):
         assert type(a) is PYTHON_SCALARS.get(b.dtype, b.dtype.type), (type(a), b.dtype)
         same_numbers(np.array([[a]], dtype=b.dtype), b)
         return
+    if isinstance(a, types.MappingProxyType) and b == {}:
+        return  # an element of a structure array without fields
     assert type(a) is type(b), (type(a), type(b))
     if isinstance(a, dict):  # a was decoded: JSON objects are written in byte order
         assert list(a) == sorted(b, key=lambda k: k.encode("utf-8", "surrogatepass"))
