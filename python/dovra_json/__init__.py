@@ -1,28 +1,33 @@
-"""JSON text to NumPy arrays and back, through the Ixtal runtime and the
-dovra JSON builtins library.
+"""JSON text to NumPy arrays and Python values and back, through the Ixtal
+runtime and the dovra JSON builtins library.
 
     >>> import dovra_json
     >>> dovra_json.decode('{"tntype": "int16", "tnsize": [1, 2], "tndata": [3, 4]}')
     array([[3, 4]], dtype=int16)
+    >>> dovra_json.decode(dovra_json.encode({"a": 1.5, "b": [True, "x"]}))
+    {'a': 1.5, 'b': array([[True, 'x']], dtype=object)}
 
 The mapping between JSON, host arrays and Python values is in docs/python.md.
 """
 
+import io as _io
 import re as _re
 
 from . import _native
 
-__all__ = ["Error", "decode", "decode_response", "encode"]
+__all__ = ["Error", "decode", "decode_response", "encode", "load", "load_response", "dump"]
 
 _POSITION = _re.compile(r"line (\d+), column (\d+) \(byte offset (\d+)\)")
 
 
 class Error(ValueError):
-    """A failure reported by the builtins library or the runtime.
+    """A failure reported by the builtins library, the runtime or this module.
 
     Attributes:
         identifier: the catalogued identifier, e.g.
-            "DOVRA:IXTAL:JSON:DecodeIncomplete".
+            "DOVRA:IXTAL:JSON:DecodeIncomplete" (the library's),
+            "IXTAL:nomem" (the runtime's) or "dovra_json:TooManyDimensions"
+            (this module's, listed in docs/python.md).
         arguments: the message arguments, in order; integers are int,
             texts are str.
         message: the catalog's message with the arguments filled in (also
@@ -31,13 +36,15 @@ class Error(ValueError):
         line, column, offset: where a parse error was found, as the
             message gives them (line from 1; column and offset in bytes of
             the UTF-8 text, from 0); None for every other error.
+        path: where in the value a conversion failed; None for now.
     """
 
-    def __init__(self, message, identifier, arguments):
+    def __init__(self, message, identifier, arguments, path=None):
         super().__init__(message)
         self.message = message
         self.identifier = identifier
         self.arguments = tuple(arguments)
+        self.path = path
         self.line = self.column = self.offset = None
         if self.arguments and isinstance(self.arguments[0], str):
             found = _POSITION.search(self.arguments[0])
@@ -48,34 +55,41 @@ class Error(ValueError):
         return self.message
 
     def __reduce__(self):
-        return (type(self), (self.message, self.identifier, self.arguments))
+        return (type(self), (self.message, self.identifier, self.arguments, self.path))
 
 
 _native._set_error_class(Error)
 
 
-def decode(text):
-    """Decode JSON text into arrays.
+def decode(text, /):
+    """Decode JSON text into Python values.
 
     Args:
-        text: the JSON document, as str or as UTF-8 bytes. One final line
-            ending is dropped, as dovra-json does, so a file read whole
-            decodes.
+        text: the JSON document, as str, or as UTF-8 in bytes, bytearray or
+            memoryview. One final line ending is dropped, as dovra-json does,
+            so a file read whole decodes.
 
     Returns:
-        A NumPy array for numeric, logical and string arrays (the host's
-        shape, Fortran order, the host's dtype), str for a char row, dict for
-        a 1x1 structure, an object array for cells and structure arrays.
+        float, int, bool or complex for a 1x1 double, int64, logical or
+        complex double array, a NumPy scalar of its dtype for a 1x1 array of
+        another numeric class; a NumPy array for any other numeric or
+        logical array (the host's shape, Fortran order, the host's dtype);
+        str for a char row; dict for a 1x1 structure; an object array for
+        cells, structure and string arrays.
 
     Raises:
-        Error: the text is not JSON, or not a value the library can decode.
-        TypeError: text is neither str nor bytes.
+        Error: the text is not JSON, or not a value the library can decode,
+            or the value has no Python form.
+        TypeError: text is none of the types above.
     """
     return _native.decode(text)
 
 
-def decode_response(text):
+def decode_response(text, /):
     """Decode a response document, {"lhs": [output, ...]}.
+
+    Args:
+        text: as for decode.
 
     Returns:
         The list of decoded outputs, or False when the document does not
@@ -83,32 +97,66 @@ def decode_response(text):
 
     Raises:
         Error: the text is not JSON, or an output cannot be decoded.
+        TypeError: text is not str, bytes, bytearray or memoryview.
     """
     return _native.decode_response(text)
 
 
-def encode(value, format="large", nan_inf="string", pretty=False):
+def encode(value, /, *, format="large", nan_inf="object", pretty=False, as_bytes=False):
     """Encode a value as JSON text.
 
     Args:
         value: a NumPy array (any strides and byte order), a NumPy scalar,
-            float, int (must fit int64), bool, complex, str, dict with str
-            keys, or a list or tuple (a 1xn cell).
+            float, int (within ±2**53), bool, complex, str, dict with str
+            keys, or a list or tuple (a 1xn cell); containers may hold any
+            of these.
         format: "large" (objects that keep class and size) or "small" (plain
             JSON arrays where they suffice).
-        nan_inf: "string" ({"tndata": "NaN"}) or "object".
+        nan_inf: how NaN and infinities are written in large notation:
+            "object" ({"tndata":"NaN"}, which decode reads back) or "string"
+            (the bare string "NaN", for other readers; decode refuses it).
+            Small notation always writes the object form.
         pretty: indent the text for people to read.
+        as_bytes: return the text as UTF-8 bytes instead of str.
 
     Returns:
-        The JSON text as str.
+        The JSON text, as str or as bytes. With the defaults,
+        decode(encode(x)) gives x back (see docs/python.md).
 
     Raises:
         TypeError: value, or something inside it, has a type with no host
             form; the message names the type.
-        OverflowError: an int does not fit int64.
-        Error: the library rejected the value or an option.
+        OverflowError: an int is outside ±2**53, beyond which JSON numbers
+            do not hold integers exactly.
+        ValueError: a list, tuple, dict or object array contains itself;
+            the message names where.
+        Error: the library rejected the value or an option, or containers
+            nest deeper than it writes (EncodeNestingTooDeep).
     """
-    return _native.encode(value, format, nan_inf, bool(pretty))
+    return _native.encode(value, format, nan_inf, bool(pretty), bool(as_bytes))
+
+
+def load(fp, /):
+    """Decode the JSON document a file holds, read whole; fp may be opened
+    in text or binary mode."""
+    return _native.decode(fp.read())
+
+
+def load_response(fp, /):
+    """decode_response of the document a file holds, read whole."""
+    return _native.decode_response(fp.read())
+
+
+def _binary(fp):
+    if isinstance(fp, _io.TextIOBase):
+        return False
+    return isinstance(fp, (_io.RawIOBase, _io.BufferedIOBase)) or "b" in getattr(fp, "mode", "")
+
+
+def dump(value, fp, /, *, format="large", nan_inf="object", pretty=False):
+    """Encode value and write the text to a file opened in text mode (as
+    str) or binary mode (as UTF-8 bytes); options as for encode."""
+    fp.write(encode(value, format=format, nan_inf=nan_inf, pretty=pretty, as_bytes=_binary(fp)))
 
 
 def _live_arrays():

@@ -1,15 +1,19 @@
-// The extension module _native: the three calls, with the GIL released
-// while the library parses, converts and writes, and host errors raised as
+// The extension module _native: the calls, with the GIL released while the
+// library parses, converts and writes, and host errors raised as
 // dovra_json.Error.
+
+#define DOVRA_PYTHON_IMPORTS_NUMPY
+#include "numpy_api.hpp"
 
 #include <pybind11/pybind11.h>
 
 #include <boost/variant/get.hpp>
+#include <new>
 #include <string>
 
 #include "convert.hpp"
 #include "host_adapter.hpp"
-#include "ixtal/errors.hpp"
+#include "ixtal/json_host.hpp"
 
 namespace py = pybind11;
 using namespace dovra_python;
@@ -27,8 +31,7 @@ py::object argument(const resource_core::MsgArg& a) {
   if (auto* l = boost::get<long>(&a)) return py::int_(*l);
   if (auto* s = boost::get<std::string>(&a)) return py::str(*s);
   const auto& u = boost::get<std::u16string>(a);
-  return py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF16(reinterpret_cast<const char*>(u.data()),
-                                                                 Py_ssize_t(2 * u.size()), "surrogatepass", nullptr));
+  return chars_to_str(u.data(), u.size());
 }
 
 [[noreturn]] void raise(const ixtal::HostError& e) {
@@ -38,92 +41,93 @@ py::object argument(const resource_core::MsgArg& a) {
   throw py::error_already_set();
 }
 
-// A view of the UTF-8 bytes of a str or bytes argument, valid while the
-// object lives.
-std::string_view utf8_of(const py::object& text) {
-  if (PyBytes_Check(text.ptr())) return {PyBytes_AS_STRING(text.ptr()), std::size_t(PyBytes_GET_SIZE(text.ptr()))};
-  if (PyUnicode_Check(text.ptr())) {
-    Py_ssize_t n = 0;
-    const char* p = PyUnicode_AsUTF8AndSize(text.ptr(), &n);
-    if (!p) throw py::error_already_set();
-    return {p, std::size_t(n)};
+// Runs f, turning the runtime's errors, and running out of memory in it,
+// into dovra_json.Error.
+template <class F>
+auto reporting(F f) {
+  try {
+    return f();
+  } catch (const ixtal::HostError& e) {
+    raise(e);
+  } catch (const std::bad_alloc&) {
+    raise(ixtal::json_host::nomem());
   }
-  throw py::type_error("JSON text must be str or bytes, not " +
-                       std::string(py::str(py::type::handle_of(text).attr("__qualname__"))));
 }
 
-// Text read from a file ends with a line ending, which the library would
-// take for text after the value; like dovra-json, one is dropped.
-std::string_view without_final_line_ending(std::string_view bytes) {
-  if (bytes.ends_with("\r\n")) bytes.remove_suffix(2);
-  else if (bytes.ends_with('\n')) bytes.remove_suffix(1);
-  return bytes;
+// The same with the GIL released while f runs; errors are raised once it
+// is held again.
+template <class F>
+auto unlocked(F f) {
+  try {
+    py::gil_scoped_release released;
+    return f();
+  } catch (const ixtal::HostError& e) {
+    raise(e);
+  } catch (const std::bad_alloc&) {
+    raise(ixtal::json_host::nomem());
+  }
+}
+
+// The host's char row of a JSON text: a str's characters, or the UTF-8 of
+// any object with a contiguous buffer (bytes, bytearray, memoryview), held
+// while it is read so that it cannot change meanwhile.
+matrix::owned_array chars_of(const py::object& text) {
+  if (PyUnicode_Check(text.ptr())) return str_to_chars(text, true);
+  if (!PyObject_CheckBuffer(text.ptr()))
+    throw py::type_error("JSON text must be str, bytes, bytearray or memoryview, not " +
+                         std::string(Py_TYPE(text.ptr())->tp_name));
+  Py_buffer view;
+  if (PyObject_GetBuffer(text.ptr(), &view, PyBUF_SIMPLE) < 0) throw py::error_already_set();
+  std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&view, PyBuffer_Release);
+  std::string_view utf8(static_cast<const char*>(view.buf), std::size_t(view.len));
+  // Text read from a file ends with a line ending, which the library would
+  // take for text after the value; like dovra-json, one is dropped.
+  if (utf8.ends_with("\r\n")) utf8.remove_suffix(2);
+  else if (utf8.ends_with('\n')) utf8.remove_suffix(1);
+  return unlocked([&] { return host::text(utf8); });
 }
 
 template <class Call>
 matrix::owned_array decode_with(const py::object& text, Call call) {
-  auto utf8 = without_final_line_ending(utf8_of(text));
-  try {
-    py::gil_scoped_release unlocked;
-    auto t = host::text(utf8);
-    return call(t.get());
-  } catch (const ixtal::HostError& e) {
-    raise(e);
-  }
+  auto chars = reporting([&] { return chars_of(text); });
+  return unlocked([&] { return call(chars.get()); });
 }
 
-py::object decode(const py::object& text) { return to_python(decode_with(text, host::decode)); }
+py::object decode(const py::object& text) {
+  auto r = decode_with(text, host::decode);
+  return reporting([&] { return to_python(std::move(r)); });
+}
 
 py::object decode_response(const py::object& text) {
   auto r = decode_with(text, host::decode_response);
   if (ixGetClassID(r.get()) != ixCELL_CLASS) return py::bool_(false);
-  py::list outputs;
-  for (ixSize i = 0; i < ixGetNumberOfElements(r.get()); ++i)
-    outputs.append(to_python(matrix::owned_array(ixDuplicateArray(ixGetCell(r.get(), i)))));
-  return outputs;
+  return reporting([&] { return outputs_to_python(std::move(r)); });
 }
 
-// The written text is nearly always ASCII: then the str is filled with the
-// GIL released, one byte per character.
-py::str text_of(const ixArray* chars) {
-  const auto* data = static_cast<const char16_t*>(ixGetData(chars));
-  const std::size_t n = ixGetNumberOfElements(chars);
-  char16_t highest = 0;
-  {
-    py::gil_scoped_release unlocked;
-    for (std::size_t i = 0; i < n; ++i) highest |= data[i];
-  }
-  if (highest >= 0x80) return chars_to_str(chars);
-  auto s = py::reinterpret_steal<py::str>(PyUnicode_New(Py_ssize_t(n), 127));
-  if (!s) throw py::error_already_set();
-  auto* out = PyUnicode_1BYTE_DATA(s.ptr());
-  {
-    py::gil_scoped_release unlocked;
-    for (std::size_t i = 0; i < n; ++i) out[i] = Py_UCS1(data[i]);
-  }
-  return s;
-}
-
-py::str encode(const py::object& value, const std::string& format, const std::string& nan_inf, bool pretty) {
-  auto a = from_python(value);
-  matrix::owned_array r;
-  try {
-    py::gil_scoped_release unlocked;
-    r = host::encode(a.get(), format, nan_inf, pretty);
-  } catch (const ixtal::HostError& e) {
-    raise(e);
-  }
-  return text_of(r.get());
+py::object encode(const py::object& value, const std::string& format, const std::string& nan_inf, bool pretty,
+                  bool as_bytes) {
+  auto a = reporting([&] { return from_python(value); });
+  auto text = unlocked([&] {
+    auto t = host::encode(a.get(), format, nan_inf, pretty);
+    a.reset();
+    return t;
+  });
+  const auto* units = static_cast<const char16_t*>(ixGetData(text.get()));
+  const std::size_t n = ixGetNumberOfElements(text.get());
+  py::object out = as_bytes ? py::object(chars_to_utf8(units, n)) : py::object(chars_to_str(units, n));
+  unlocked([&] { text.reset(); });
+  return out;
 }
 
 }  // namespace
 
 PYBIND11_MODULE(_native, m) {
+  if (_import_array() < 0) throw py::error_already_set();
   m.doc() = "The host side of dovra_json; use the dovra_json package.";
   m.def("_set_error_class", [](py::object cls) { error_class() = std::move(cls); });
-  m.def("decode", &decode, py::arg("text"), "Decode JSON text (str or bytes) into arrays.");
+  m.def("decode", &decode, py::arg("text"), "Decode JSON text into Python values.");
   m.def("decode_response", &decode_response, py::arg("text"), "Decode a response document's outputs.");
   m.def("encode", &encode, py::arg("value"), py::arg("format"), py::arg("nan_inf"), py::arg("pretty"),
-        "Encode a value as JSON text.");
+        py::arg("as_bytes"), "Encode a value as JSON text.");
   m.def("live_arrays", &host::live_arrays, "Host arrays created and not yet destroyed (for tests).");
 }

@@ -1,34 +1,71 @@
 #pragma once
 
-// The one table between the host's numeric and logical classes and NumPy
-// dtypes: decode and encode both read it.
+// The host's numeric and logical classes as NumPy dtypes, made from the
+// runtime's class table: a class gains a dtype by having a row there. Real
+// and complex rows of every floating class, real rows of the integer
+// classes and logical; NumPy has no complex integers.
 
-#include <pybind11/numpy.h>
+#include "numpy_api.hpp"
 
 #include <array>
 #include <cstddef>
-#include <string>
+#include <cstdint>
+#include <type_traits>
 
-#include "ixtal/array.hpp"
+#include "ixtal/classes.hpp"
 
 namespace dovra_python {
 
 struct NumericClass {
-  ixClassID cls;
-  bool complex;
-  char kind;              // NumPy dtype kind: 'f', 'c', 'i', 'u', 'b'
-  std::size_t itemsize;   // bytes of one NumPy element (both parts if complex)
+  ixClassID cls = ixUNKNOWN_CLASS;
+  bool complex = false;
+  int type_num = -1;           // NumPy's number for the dtype
+  std::size_t itemsize = 0;    // bytes of one NumPy element (both parts if complex)
 };
 
-inline constexpr std::array<NumericClass, 13> kNumericClasses{{
-    {ixDOUBLE_CLASS, false, 'f', 8}, {ixSINGLE_CLASS, false, 'f', 4},
-    {ixDOUBLE_CLASS, true, 'c', 16}, {ixSINGLE_CLASS, true, 'c', 8},
-    {ixINT8_CLASS, false, 'i', 1},   {ixUINT8_CLASS, false, 'u', 1},
-    {ixINT16_CLASS, false, 'i', 2},  {ixUINT16_CLASS, false, 'u', 2},
-    {ixINT32_CLASS, false, 'i', 4},  {ixUINT32_CLASS, false, 'u', 4},
-    {ixINT64_CLASS, false, 'i', 8},  {ixUINT64_CLASS, false, 'u', 8},
-    {ixLOGICAL_CLASS, false, 'b', 1},
-}};
+namespace detail {
+
+// NumPy's dtype number of an element type.
+template <class T>
+constexpr int npy_type(bool complex) {
+  if constexpr (std::is_same_v<T, bool>) return NPY_BOOL;
+  else if constexpr (std::is_same_v<T, double>) return complex ? NPY_CDOUBLE : NPY_DOUBLE;
+  else if constexpr (std::is_same_v<T, float>) return complex ? NPY_CFLOAT : NPY_FLOAT;
+  else if constexpr (std::is_integral_v<T>) {
+    constexpr int bits = int(sizeof(T)) * 8;
+    if constexpr (std::is_signed_v<T>) return bits == 8 ? NPY_INT8 : bits == 16 ? NPY_INT16 : bits == 32 ? NPY_INT32 : NPY_INT64;
+    else return bits == 8 ? NPY_UINT8 : bits == 16 ? NPY_UINT16 : bits == 32 ? NPY_UINT32 : NPY_UINT64;
+  }
+  else return -1;
+}
+
+template <class Row>
+constexpr bool has_dtype = Row::has_elements && !std::is_same_v<typename Row::element_type, char16_t>;
+
+inline constexpr std::size_t kNumericCount = [] {
+  std::size_t n = 0;
+  ixtal::for_each_class([&](auto row) {
+    using Row = decltype(row);
+    if constexpr (has_dtype<Row>) n += std::is_floating_point_v<typename Row::element_type> ? 2 : 1;
+  });
+  return n;
+}();
+
+}  // namespace detail
+
+inline constexpr auto kNumericClasses = [] {
+  std::array<NumericClass, detail::kNumericCount> table{};
+  std::size_t i = 0;
+  ixtal::for_each_class([&](auto row) {
+    using Row = decltype(row);
+    using T = typename Row::element_type;
+    if constexpr (detail::has_dtype<Row>) {
+      table[i++] = {Row::id, false, detail::npy_type<T>(false), sizeof(T)};
+      if constexpr (std::is_floating_point_v<T>) table[i++] = {Row::id, true, detail::npy_type<T>(true), 2 * sizeof(T)};
+    }
+  });
+  return table;
+}();
 
 inline const NumericClass* numeric_class_of(ixClassID cls, bool complex) noexcept {
   for (const auto& c : kNumericClasses)
@@ -36,17 +73,15 @@ inline const NumericClass* numeric_class_of(ixClassID cls, bool complex) noexcep
   return nullptr;
 }
 
-inline const NumericClass* numeric_class_of(const pybind11::dtype& dt) noexcept {
+// The class of a dtype of native or either byte order; null when none has it.
+inline const NumericClass* numeric_class_of(const PyArray_Descr* dt) noexcept {
   for (const auto& c : kNumericClasses)
-    if (c.kind == dt.kind() && c.itemsize == std::size_t(dt.itemsize())) return &c;
+    if (PyArray_EquivTypenums(c.type_num, dt->type_num)) return &c;
   return nullptr;
 }
 
-// The native-order NumPy dtype of a class.
-inline pybind11::dtype dtype_of(const NumericClass& c) {
-  // NumPy's code for bool is '?': 'b' would be int8.
-  if (c.kind == 'b') return pybind11::dtype("?");
-  return pybind11::dtype(std::string("=") + c.kind + std::to_string(c.itemsize));
-}
+// The native-order dtype of a class, a new reference (which the NumPy
+// calls that make arrays take over).
+inline PyArray_Descr* dtype_of(const NumericClass& c) noexcept { return PyArray_DescrFromType(c.type_num); }
 
 }  // namespace dovra_python
