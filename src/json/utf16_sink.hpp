@@ -27,7 +27,8 @@ class Utf16Sink {
     const std::size_t n = std::size_t(q - p);
     reserve(n);
     char16_t* out = units_.data() + size_;
-    if (has_surrogate(p, q, out)) {
+    // A well-formed pair comes back from the round trip as it went in.
+    if (has_surrogate(p, q, out) && !all_paired(out, n)) {
       std::string utf8;
       fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, n, utf8);
       append_utf8(utf8);
@@ -45,6 +46,12 @@ class Utf16Sink {
       units_[size_++] = first;
       return;
     }
+    if (has_second && is_high(first) && is_low(second)) {
+      reserve(2);
+      units_[size_++] = first;
+      units_[size_++] = second;
+      return;
+    }
     std::string utf8;
     foundation::json::detail::u16_to_u8(first, second, has_second, utf8);
     append_utf8(utf8);
@@ -52,6 +59,18 @@ class Utf16Sink {
 
  private:
   static bool is_surrogate(char16_t u) noexcept { return (u & 0xF800) == 0xD800; }
+  static bool is_high(char16_t u) noexcept { return (u & 0xFC00) == 0xD800; }
+  static bool is_low(char16_t u) noexcept { return (u & 0xFC00) == 0xDC00; }
+
+  // Whether every surrogate of the n units at u is one of a pair.
+  static bool all_paired(const char16_t* u, std::size_t n) noexcept {
+    for (std::size_t i = 0; i < n; ++i) {
+      if (!is_surrogate(u[i])) continue;
+      if (!is_high(u[i]) || i + 1 == n || !is_low(u[i + 1])) return false;
+      ++i;
+    }
+    return true;
+  }
 
   // Copies [p, q) to out, and tells whether a surrogate is among them.
   static bool has_surrogate(const char16_t* p, const char16_t* q, char16_t* out) noexcept {
