@@ -6,6 +6,7 @@
 
 #include "decode/driver.hpp"
 #include "decode/flat_data.hpp"
+#include "decode/rules.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "host/json_keys.hpp"
 #include "ixtal/string_array.hpp"
@@ -45,14 +46,8 @@ void set_field(ixArray* s, ixSize index, int field, matrix::owned_array value) {
 matrix::owned_array read_cell(const large_format_context& ctx) {
   if (!ctx.data.is_array()) throw InvalidTNDataType(kCellName, traits<Array>::name);
   const Array& items = ctx.data.as_array();
-  if (items.size() != element_count(ctx.dims)) throw MismatchedTNSize();
-  matrix::owned_array cell(ixCreateCellArray(ctx.dims.size(), ctx.dims.data()));
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    auto value = decode_element(items[i]);
-    ixSetCell(cell.get(), i, value.get());
-    value.release();
-  }
-  return cell;
+  if (!fills(items.size(), ctx.dims)) throw MismatchedTNSize();
+  return cell_of(ctx.dims, items.size(), [&](std::size_t i) { return decode_element(items[i]); });
 }
 
 matrix::owned_array read_struct(const large_format_context& ctx) {

@@ -4,6 +4,7 @@
 
 #include "decode/char_data.hpp"
 #include "decode/large_notation.hpp"
+#include "decode/rules.hpp"
 #include "decode/small_notation.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "errors/decode_errors.hpp"
@@ -19,8 +20,8 @@ typename Policy::result_type json_value_to_ixtal_visitor<Policy>::operator()(con
     case Value::kFloat:  // never produced by the parser
       return matrix::owned_array(ixCreateDoubleMatrix(0, 0, ixREAL));
     case Value::kNull: throw NullNotSupported();
-    case Value::kBool: return matrix::owned_array(ixCreateLogicalScalar(v.as_bool()));
-    case Value::kDouble: return matrix::owned_array(ixCreateDoubleScalar(v.as_double()));
+    case Value::kBool: return detail::scalar(v.as_bool());
+    case Value::kDouble: return detail::scalar(v.as_double());
     case Value::kString: return detail::char_row(v.as_string());
     case Value::kArray: return detail::decode_small_array(v.as_array());
     case Value::kObject: return detail::decode_object(v.as_object());

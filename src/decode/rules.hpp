@@ -71,6 +71,27 @@ inline std::vector<std::size_t> field_order(const std::vector<std::string>& name
   return order;
 }
 
+// The scalars of a document: a boolean or a number is a 1-by-1 array of
+// its class. (A string is a char row: char_data.hpp and the reader's
+// char_row, both through ixCreateStringInPlace, which makes "" 0-by-0.)
+inline matrix::owned_array scalar(bool b) { return matrix::owned_array(ixCreateLogicalScalar(b)); }
+inline matrix::owned_array scalar(double x) { return matrix::owned_array(ixCreateDoubleScalar(x)); }
+
+// A cell from a list: one element per list entry in storage order, the
+// count that of the dimensions. element(i) gives the i-th, decoded by the
+// top-level rule; the caller has checked the count.
+inline bool fills(std::size_t count, const dims_vector& dims) noexcept { return count == element_count(dims); }
+template <class Element>
+matrix::owned_array cell_of(const dims_vector& dims, std::size_t count, Element&& element) {
+  matrix::owned_array cell(ixCreateCellArray(dims.size(), dims.data()));
+  for (std::size_t i = 0; i < count; ++i) {
+    matrix::owned_array value = element(i);
+    ixSetCell(cell.get(), i, value.get());
+    value.release();  // the cell holds it from here
+  }
+  return cell;
+}
+
 // The sizes of the levels of a small-notation array as the array's
 // dimensions: a flat list is a column.
 inline dims_vector small_result_dims(dims_vector levels) {

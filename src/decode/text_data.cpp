@@ -325,8 +325,8 @@ matrix::owned_array TextReader::cell_data(const Char*& p, const dims_vector& dim
     elements_.push_back(value(q));
     return fj::kParseOk;
   }));
-  if (elements_.size() - mark.at != n) decline();
-  return cell_of(dims, mark.at);
+  if (!fills(elements_.size() - mark.at, dims)) decline();
+  return cell_from_stack(dims, mark.at);
 }
 
 // Each field's values gather in turn; the structure is made once all are

@@ -45,7 +45,7 @@ matrix::owned_array TextReader::response() {
   if (p != g_.end()) decline();
   if (!listed) return owned(ixCreateLogicalScalar(false));
   const dims_vector dims{elements_.size() - mark.at, 1};
-  return cell_of(dims, mark.at);
+  return cell_from_stack(dims, mark.at);
 }
 
 matrix::owned_array TextReader::value(const Char*& p, bool whole) {
@@ -55,12 +55,12 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
     case Token::kNumber: {
       double d;
       ok(g_.number(p, d));
-      return owned(ixCreateDoubleScalar(d));
+      return scalar(d);
     }
     case Token::kTrue:
     case Token::kFalse:
       ok(g_.literal(p, t));
-      return owned(ixCreateLogicalScalar(t == Token::kTrue));
+      return scalar(t == Token::kTrue);
     case Token::kArray: return small_array(p, whole);
     case Token::kObject: return object(p);
     default: decline();  // null, and what is no value
@@ -127,7 +127,7 @@ matrix::owned_array TextReader::object(const Char*& p) {
       const Char* q = k.data_at;
       double x;
       if (!special_float_value(utf8_string(q), x)) decline();
-      return owned(ixCreateDoubleScalar(x));
+      return scalar(x);
     }
     case ObjectRole::kPlainStruct: break;
   }
@@ -271,10 +271,8 @@ matrix::owned_array TextReader::plain_struct(std::size_t mark, Layout& layout) {
   return s;
 }
 
-matrix::owned_array TextReader::cell_of(const dims_vector& dims, std::size_t mark) {
-  matrix::owned_array cell(ixCreateCellArray(dims.size(), dims.data()));
-  for (std::size_t i = mark; i < elements_.size(); ++i) ixSetCell(cell.get(), i - mark, elements_[i].release());
-  return cell;
+matrix::owned_array TextReader::cell_from_stack(const dims_vector& dims, std::size_t mark) {
+  return cell_of(dims, elements_.size() - mark, [&](std::size_t i) { return std::move(elements_[mark + i]); });
 }
 
 template <class Read>

@@ -95,7 +95,7 @@ class TextReader {
   matrix::owned_array large(DecidingKeys& k);
   Layout& layout_at(std::size_t depth);
   matrix::owned_array plain_struct(std::size_t mark, Layout& layout);
-  matrix::owned_array cell_of(const dims_vector& dims, std::size_t mark);
+  matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp
   matrix::owned_array small_array(const Char*& p, bool whole);
