@@ -136,7 +136,9 @@ matrix::owned_array TextReader::object(const Char*& p) {
 
 void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
                         bool& on_layout, Names& seen) {
-  if (key == keys::tntype) {
+  // Every key of large notation starts so; most names do not.
+  const bool large_key = key.size() >= 6 && key[0] == 't' && key[1] == 'n';
+  if (large_key && key == keys::tntype) {
     if (k.type_at) return ok(g_.skip_value(q));
     k.type_at = q;
     // An object with a class is large notation, whatever else it holds.
@@ -148,7 +150,7 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
     }
     return;
   }
-  if (key == keys::tndata) {
+  if (large_key && key == keys::tndata) {
     if (k.data_at) return ok(g_.skip_value(q));
     k.data_at = q;
     if (k.type_at && k.size_at && k.size_ok) {
@@ -165,8 +167,8 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
     }
     return ok(g_.skip_value(q));
   }
-  const bool first_size = key == keys::tnsize && !k.size_at;
-  const bool first_complex = key == keys::tncomplex && !k.complex_at;
+  const bool first_size = large_key && key == keys::tnsize && !k.size_at;
+  const bool first_complex = large_key && key == keys::tncomplex && !k.complex_at;
   const Char* const start = q;
   // Until a key says otherwise, the object is a plain structure and its
   // members are its fields, read as they come.

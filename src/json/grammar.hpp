@@ -48,12 +48,12 @@ class Utf8Sink {
       out_.append(p, q);
     } else {
       // Mostly ASCII: narrowed in place.
+      const Char* ascii = p;
+      while (ascii != q && *ascii < 0x80) ++ascii;
       const std::size_t at = out_.size();
-      out_.resize(at + std::size_t(q - p));
-      char* o = out_.data() + at;
-      for (; p != q && *p < 0x80; ++p) *o++ = char(*p);
-      out_.resize(std::size_t(o - out_.data()));
-      if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out_);
+      out_.resize(at + std::size_t(ascii - p));
+      std::copy(p, ascii, out_.data() + at);
+      if (ascii != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(ascii, std::size_t(q - ascii), out_);
     }
   }
   void put(char c) { out_.push_back(c); }
