@@ -47,13 +47,15 @@ class Utf8Sink {
     if constexpr (sizeof(Char) == 1) {
       out_.append(p, q);
     } else {
-      // Mostly ASCII: narrowed in place.
-      const Char* ascii = p;
-      while (ascii != q && *ascii < 0x80) ++ascii;
-      const std::size_t at = out_.size();
-      out_.resize(at + std::size_t(ascii - p));
-      std::copy(p, ascii, out_.data() + at);
-      if (ascii != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(ascii, std::size_t(q - ascii), out_);
+      // Mostly ASCII, and mostly short (names): narrowed a block at a time.
+      char block[64];
+      while (p != q) {
+        std::size_t n = 0;
+        for (; p != q && n < sizeof block && *p < 0x80; ++p) block[n++] = char(*p);
+        out_.append(block, n);
+        if (n == 0) break;
+      }
+      if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out_);
     }
   }
   void put(char c) { out_.push_back(c); }
