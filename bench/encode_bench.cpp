@@ -57,8 +57,8 @@ void expect_number(dom::element e, double want, std::size_t index) {
   }
 }
 
-// Reads `text` back and compares it with the matrix it was written from,
-// in the shape our encoder gives it for `layout`.
+}  // namespace
+
 void check_text(std::string_view text, const NumericMatrix& m, Layout layout) {
   dom::parser parser;
   dom::element root;
@@ -111,6 +111,8 @@ void check_text(std::string_view text, const NumericMatrix& m, Layout layout) {
   }
   if (key != want_keys.size()) mismatch("missing keys");
 }
+
+namespace {
 
 // The text size every implementation of a workload is credited with: that of
 // the shortest round-trip text, which the to_chars peer writes.

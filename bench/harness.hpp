@@ -78,6 +78,7 @@ class ResultDisposal {
 
 void register_decode_benchmarks();
 void register_encode_benchmarks();
+void register_shape_benchmarks();
 int peak_rss_main(const std::string& implementation);
 
 }  // namespace dovra_bench
