@@ -34,18 +34,7 @@ void decode_ours(benchmark::State& state, const std::string& name) {
   const DecodeSet& set = decode_set(name);
   const BuiltinFunction fn = our_decoder(set);
   const ixArray* prhs[1] = {set.text.get()};
-  ResultDisposal dispose;
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    try {
-      fn(1, plhs, 1, prhs);
-    } catch (const std::exception& e) {
-      state.SkipWithError(e.what());
-      break;
-    }
-    dispose(state, [&] { ixDestroyArray(plhs[0]); });
-  }
-  dispose.report(state);
+  time_builtin(state, fn, prhs, 1);
   report_bytes(state, set.json.size());
 }
 

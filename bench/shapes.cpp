@@ -66,9 +66,9 @@ std::recursive_mutex& setup_lock() {
 }
 
 template <class Prepare>
-bool prepared_once(benchmark::State& state, const std::string& case_name, Prepare prepare) {
+bool prepared_once(benchmark::State& state, const std::string& id, Prepare prepare) {
   std::lock_guard<std::recursive_mutex> lock(setup_lock());
-  return prepared(state, case_name, prepare);
+  return prepared(state, id, prepare);
 }
 
 // A shape's text as the peers read it and as the host holds it, and what
@@ -127,12 +127,13 @@ BuiltinFunction our_decoder(const Shape& s) { return s.response ? builtins().dec
 
 // --- decoding ------------------------------------------------------------------
 
-std::string decode_case(const std::string& op, const std::string& shape_name, const std::string& impl) {
+// "shapes/<op>/<shape>/<implementation>"
+std::string case_name(const std::string& op, const std::string& shape_name, const std::string& impl) {
   return "shapes/" + op + "/" + shape_name + "/" + impl;
 }
 
-bool prepare_our_decode(benchmark::State& state, const std::string& case_name, const Shape& s) {
-  return prepared_once(state, case_name, [&] {
+bool prepare_our_decode(benchmark::State& state, const std::string& id, const Shape& s) {
+  return prepared_once(state, id, [&] {
     const ShapeData& d = shape_data(s.name);
     const matrix::owned_array result = call(our_decoder(s), {d.text});
     if (const std::string diff = difference(result.get(), d.expected); !diff.empty())
@@ -140,26 +141,36 @@ bool prepare_our_decode(benchmark::State& state, const std::string& case_name, c
   });
 }
 
-void decode_ours(benchmark::State& state, const Shape& s) {
-  if (!prepare_our_decode(state, decode_case("decode", s.name, "ours"), s)) return;
+// Calls a builtin and destroys its result, both timed: the cycle whose
+// throughput the thread cases measure.
+void cycle_builtin(benchmark::State& state, BuiltinFunction fn, const ixArray** prhs, int nrhs) {
+  for (auto _ : state) {
+    ixArray* plhs[1] = {nullptr};
+    fn(1, plhs, nrhs, prhs);
+    ixDestroyArray(plhs[0]);
+  }
+}
+
+// How our cases time: the call alone, its result destroyed apart, or the
+// whole cycle (the thread cases).
+enum class Timing { Call, Cycle };
+
+void time_ours(benchmark::State& state, Timing timing, BuiltinFunction fn, const ixArray** prhs, int nrhs) {
+  if (timing == Timing::Call)
+    time_builtin(state, fn, prhs, nrhs);
+  else
+    cycle_builtin(state, fn, prhs, nrhs);
+}
+
+void decode_ours(benchmark::State& state, const Shape& s, Timing timing) {
+  if (!prepare_our_decode(state, case_name("decode", s.name, "ours"), s)) return;
   const BuiltinFunction fn = our_decoder(s);
   const ShapeData& d = [&]() -> const ShapeData& {
     std::lock_guard<std::recursive_mutex> lock(setup_lock());
     return shape_data(s.name);
   }();
   const ixArray* prhs[1] = {d.text};
-  ResultDisposal dispose;
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    try {
-      fn(1, plhs, 1, prhs);
-    } catch (const std::exception& e) {
-      state.SkipWithError(e.what());
-      break;
-    }
-    dispose(state, [&] { ixDestroyArray(plhs[0]); });
-  }
-  dispose.report(state);
+  time_ours(state, timing, fn, prhs, 1);
   report_bytes(state, d.json->size());
 }
 
@@ -210,9 +221,9 @@ std::unique_ptr<PeerReading> peer_reading(const Shape& s, const std::string& pee
 #endif
 }
 
-bool prepare_peer_decode(benchmark::State& state, const std::string& case_name, const Shape& s,
+bool prepare_peer_decode(benchmark::State& state, const std::string& id, const Shape& s,
                          const std::string& peer) {
-  return prepared_once(state, case_name, [&] {
+  return prepared_once(state, id, [&] {
     std::unique_ptr<PeerReading> probe = peer_reading(s, peer);
     probe->run();
     if (const std::string diff = probe->check(); !diff.empty())
@@ -221,7 +232,7 @@ bool prepare_peer_decode(benchmark::State& state, const std::string& case_name, 
 }
 
 void decode_peer(benchmark::State& state, const Shape& s, const std::string& peer) {
-  if (!prepare_peer_decode(state, decode_case("decode", s.name, peer), s, peer)) return;
+  if (!prepare_peer_decode(state, case_name("decode", s.name, peer), s, peer)) return;
   std::unique_ptr<PeerReading> reading = peer_reading(s, peer);
   for (auto _ : state) {
     try {
@@ -394,8 +405,8 @@ EncodeInput& encode_input(const EncodeCase& c) {
 }
 
 // Our first text is checked when the input is made.
-bool prepare_our_encode(benchmark::State& state, const std::string& case_name, const EncodeCase& c) {
-  return prepared_once(state, case_name, [&] { encode_input(c); });
+bool prepare_our_encode(benchmark::State& state, const std::string& id, const EncodeCase& c) {
+  return prepared_once(state, id, [&] { encode_input(c); });
 }
 
 std::size_t encoded_bytes(const EncodeCase& c) {
@@ -403,25 +414,13 @@ std::size_t encoded_bytes(const EncodeCase& c) {
   return encode_input(c).text_bytes;
 }
 
-void encode_ours(benchmark::State& state, const EncodeCase& c) {
-  if (!prepare_our_encode(state, decode_case("encode", c.name, "ours"), c)) return;
+void encode_ours(benchmark::State& state, const EncodeCase& c, Timing timing) {
+  if (!prepare_our_encode(state, case_name("encode", c.name, "ours"), c)) return;
   auto prhs = [&] {
     std::lock_guard<std::recursive_mutex> lock(setup_lock());
     return encode_args(encode_input(c).array);
   }();
-  const BuiltinFunction fn = builtins().encode;
-  ResultDisposal dispose;
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    try {
-      fn(1, plhs, 4, prhs.data());
-    } catch (const std::exception& e) {
-      state.SkipWithError(e.what());
-      break;
-    }
-    dispose(state, [&] { ixDestroyArray(plhs[0]); });
-  }
-  dispose.report(state);
+  time_ours(state, timing, builtins().encode, prhs.data(), 4);
   report_bytes(state, encoded_bytes(c));
 }
 
@@ -439,7 +438,7 @@ std::function<std::string_view()> yyjson_writer(const EncodeCase& c) {
 }
 
 void encode_yyjson(benchmark::State& state, const EncodeCase& c) {
-  if (!prepared_once(state, decode_case("encode", c.name, "yyjson"), [&] {
+  if (!prepared_once(state, case_name("encode", c.name, "yyjson"), [&] {
         encode_input(c);  // ours' text size, which this case is credited with
         const std::function<std::string_view()> write = yyjson_writer(c);
         const std::string_view text = write();
@@ -536,50 +535,6 @@ void shortest_yyjson(benchmark::State& state) {
 // Each thread runs the whole cycle a server runs, destroying the result
 // included; the figure is wall-clock throughput of all threads together.
 
-void threads_decode_ours(benchmark::State& state, const Shape& s) {
-  if (!prepare_our_decode(state, decode_case("decode", s.name, "ours"), s)) return;
-  const ixArray* prhs[1];
-  std::size_t bytes;
-  {
-    std::lock_guard<std::recursive_mutex> lock(setup_lock());
-    prhs[0] = shape_data(s.name).text;
-    bytes = shape_data(s.name).json->size();
-  }
-  const BuiltinFunction fn = our_decoder(s);
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    fn(1, plhs, 1, prhs);
-    ixDestroyArray(plhs[0]);
-  }
-  report_bytes(state, bytes);
-}
-
-void threads_decode_peer(benchmark::State& state, const Shape& s, const std::string& peer) {
-  if (!prepare_peer_decode(state, decode_case("decode", s.name, peer), s, peer)) return;
-  std::unique_ptr<PeerReading> reading = peer_reading(s, peer);
-  for (auto _ : state) {
-    reading->run();
-    benchmark::ClobberMemory();
-  }
-  std::lock_guard<std::recursive_mutex> lock(setup_lock());
-  report_bytes(state, shape_data(s.name).json->size());
-}
-
-void threads_encode_ours(benchmark::State& state, const EncodeCase& c) {
-  if (!prepare_our_encode(state, decode_case("encode", c.name, "ours"), c)) return;
-  auto prhs = [&] {
-    std::lock_guard<std::recursive_mutex> lock(setup_lock());
-    return encode_args(encode_input(c).array);
-  }();
-  const BuiltinFunction fn = builtins().encode;
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    fn(1, plhs, 4, prhs.data());
-    ixDestroyArray(plhs[0]);
-  }
-  report_bytes(state, encoded_bytes(c));
-}
-
 template <class... Args>
 void add(const std::string& name, Args&&... args) {
   benchmark::RegisterBenchmark(name.c_str(), std::forward<Args>(args)...)->Unit(benchmark::kMillisecond);
@@ -602,15 +557,15 @@ void register_shape_benchmarks() {
 #endif
   const bool yyjson = DOVRA_BENCH_HAVE_YYJSON;
   for (const Shape& s : shapes()) {
-    add(decode_case("decode", s.name, "ours"), decode_ours, s);
-    if (yyjson) add(decode_case("decode", s.name, "yyjson"), decode_peer, s, std::string("yyjson"));
+    add(case_name("decode", s.name, "ours"), decode_ours, s, Timing::Call);
+    if (yyjson) add(case_name("decode", s.name, "yyjson"), decode_peer, s, std::string("yyjson"));
     if (s.typed && s.name != "strings_100k")
-      add(decode_case("decode", s.name, "simdjson"), decode_peer, s, std::string("simdjson"));
+      add(case_name("decode", s.name, "simdjson"), decode_peer, s, std::string("simdjson"));
   }
   for (const EncodeCase& c : encode_cases()) {
-    add(decode_case("encode", c.name, "ours"), encode_ours, c);
+    add(case_name("encode", c.name, "ours"), encode_ours, c, Timing::Call);
 #if DOVRA_BENCH_HAVE_YYJSON
-    add(decode_case("encode", c.name, "yyjson"), encode_yyjson, c);
+    add(case_name("encode", c.name, "yyjson"), encode_yyjson, c);
 #endif
   }
   add("shapes/shortest/doubles_1e6/ours", shortest_ours);
@@ -618,11 +573,11 @@ void register_shape_benchmarks() {
   add("shapes/shortest/doubles_1e6/yyjson", shortest_yyjson);
 #endif
   for (const Shape& s : shapes()) {
-    add_threads(decode_case("threads_decode", s.name, "ours"), threads_decode_ours, s);
-    if (yyjson) add_threads(decode_case("threads_decode", s.name, "yyjson"), threads_decode_peer, s, std::string("yyjson"));
+    add_threads(case_name("threads_decode", s.name, "ours"), decode_ours, s, Timing::Cycle);
+    if (yyjson) add_threads(case_name("threads_decode", s.name, "yyjson"), decode_peer, s, std::string("yyjson"));
   }
   for (const EncodeCase& c : encode_cases())
-    add_threads(decode_case("threads_encode", c.name, "ours"), threads_encode_ours, c);
+    add_threads(case_name("threads_encode", c.name, "ours"), encode_ours, c, Timing::Cycle);
 }
 
 }  // namespace dovra_bench
