@@ -67,9 +67,13 @@ class RefReader {
     take(s.data(), s.size());
     return s;
   }
-  std::variant<bool, double, std::string> value() {
-    char tag;
-    take(&tag, 1);
+  char tag() {
+    char t;
+    take(&t, 1);
+    return t;
+  }
+  std::variant<bool, double, std::string> value() { return value(tag()); }
+  std::variant<bool, double, std::string> value(char tag) {
     switch (tag) {
       case 'b': {
         std::uint8_t b;
@@ -86,6 +90,10 @@ class RefReader {
       default:
         throw std::runtime_error(name_ + ": bad tag at byte " + std::to_string(pos_ - 1));
     }
+  }
+  template <class T>
+  void values(T* out, std::size_t n) {
+    take(out, n * sizeof(T));
   }
   void expect_end() const {
     if (pos_ != bytes_.size()) throw std::runtime_error(name_ + ": trailing bytes");
@@ -109,6 +117,43 @@ matrix::owned_array host_value(const std::variant<bool, double, std::string>& v)
   if (const bool* b = std::get_if<bool>(&v)) return matrix::owned_array(ixCreateLogicalScalar(*b));
   if (const double* d = std::get_if<double>(&v)) return matrix::owned_array(ixCreateDoubleScalar(*d));
   return host_text(std::get<std::string>(v));
+}
+
+// The host array of a tree in a .ref file (see pack_tree in gen_data.py).
+matrix::owned_array host_tree(RefReader& ref) {
+  const char tag = ref.tag();
+  switch (tag) {
+    case 'm':
+    case 'i': {
+      const std::uint32_t rows = ref.u32(), cols = ref.u32();
+      matrix::owned_array a(tag == 'm' ? ixCreateDoubleMatrix(rows, cols, ixREAL)
+                                       : ixCreateNumericMatrix(rows, cols, ixINT32_CLASS, ixREAL));
+      if (tag == 'm')
+        ref.values(static_cast<double*>(ixGetData(a.get())), std::size_t(rows) * cols);
+      else
+        ref.values(static_cast<std::int32_t*>(ixGetData(a.get())), std::size_t(rows) * cols);
+      return a;
+    }
+    case 'c': {
+      const std::uint32_t rows = ref.u32(), cols = ref.u32();
+      matrix::owned_array cell(ixCreateCellMatrix(rows, cols));
+      for (std::size_t k = 0; k < std::size_t(rows) * cols; ++k) ixSetCell(cell.get(), k, host_tree(ref).release());
+      return cell;
+    }
+    case 'r': {
+      const std::uint32_t nfields = ref.u32();
+      std::vector<std::string> names;
+      std::vector<matrix::owned_array> values;
+      for (std::uint32_t f = 0; f < nfields; ++f) {
+        names.push_back(ref.text());
+        values.push_back(host_tree(ref));
+      }
+      matrix::owned_array s(ixCreateStructArray(2, std::array<ixSize, 2>{1, 1}.data(), int(nfields), names.data()));
+      for (std::uint32_t f = 0; f < nfields; ++f) ixSetFieldByNumber(s.get(), 0, int(f), values[f].release());
+      return s;
+    }
+    default: return host_value(ref.value(tag));
+  }
 }
 
 void load_matrix(DecodeSet& set, const std::string& stem) {
@@ -254,6 +299,13 @@ std::string shape_text(const ixArray* a) {
 }
 
 }  // namespace
+
+matrix::owned_array tree_reference(std::string_view file) {
+  RefReader ref(file);
+  matrix::owned_array a = host_tree(ref);
+  ref.expect_end();
+  return a;
+}
 
 // --- the host ------------------------------------------------------------------
 

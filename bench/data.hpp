@@ -28,6 +28,10 @@ std::string data_path(std::string_view file);
 // make it.
 std::string read_file(std::string_view file);
 
+// The host array a tree reference (.ref, written by gen_data.py's
+// pack_tree) describes.
+matrix::owned_array tree_reference(std::string_view file);
+
 // --- the host ------------------------------------------------------------------
 
 struct Builtins {
@@ -90,6 +94,11 @@ struct EncodeSet {
   NumericMatrix matrix;               // a view of the vectors above
   matrix::owned_array array;          // the same as a host array
 };
+
+// Reads a matrix's encoded text back (simdjson, exact numbers) and throws
+// at the first difference from m in the shape our encoder gives it for
+// `layout` (encode_bench.cpp).
+void check_text(std::string_view text, const NumericMatrix& m, Layout layout);
 
 const std::vector<std::string>& encode_set_names();
 const EncodeSet& encode_set(const std::string& name);

@@ -57,8 +57,8 @@ void expect_number(dom::element e, double want, std::size_t index) {
   }
 }
 
-// Reads `text` back and compares it with the matrix it was written from,
-// in the shape our encoder gives it for `layout`.
+}  // namespace
+
 void check_text(std::string_view text, const NumericMatrix& m, Layout layout) {
   dom::parser parser;
   dom::element root;
@@ -112,6 +112,8 @@ void check_text(std::string_view text, const NumericMatrix& m, Layout layout) {
   if (key != want_keys.size()) mismatch("missing keys");
 }
 
+namespace {
+
 // The text size every implementation of a workload is credited with: that of
 // the shortest round-trip text, which the to_chars peer writes.
 std::size_t text_size(const Workload& w) {
@@ -136,25 +138,6 @@ const Options& options() {
   return o;
 }
 
-// Times the encode builtin on prepared arguments, as a host calls it; the
-// result's destruction is measured apart.
-template <class Args>
-void time_encode(benchmark::State& state, Args& prhs) {
-  const BuiltinFunction fn = builtins().encode;
-  ResultDisposal dispose;
-  for (auto _ : state) {
-    ixArray* plhs[1] = {nullptr};
-    try {
-      fn(1, plhs, 4, prhs.data());
-    } catch (const std::exception& e) {
-      state.SkipWithError(e.what());
-      break;
-    }
-    dispose(state, [&] { ixDestroyArray(plhs[0]); });
-  }
-  dispose.report(state);
-}
-
 void encode_ours(benchmark::State& state, const Workload& w) {
   auto args = [&] {
     const Options& o = options();
@@ -170,7 +153,7 @@ void encode_ours(benchmark::State& state, const Workload& w) {
       }))
     return;
   auto prhs = args();
-  time_encode(state, prhs);
+  time_builtin(state, builtins().encode, prhs.data(), 4);
   report_bytes(state, text_size(w));
 }
 
@@ -294,7 +277,7 @@ void encode_records_ours(benchmark::State& state) {
       }))
     return;
   auto prhs = args();
-  time_encode(state, prhs);
+  time_builtin(state, builtins().encode, prhs.data(), 4);
   report_bytes(state, records_text_size());
 }
 

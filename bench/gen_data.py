@@ -165,7 +165,119 @@ def gen_records(rng, out):
     write_bytes(os.path.join(out, "records_20k.ref"), b"".join(ref))
 
 
-GENERATORS = [gen_doubles, gen_integers, gen_int32, gen_complex, gen_strings, gen_records]
+# --- the shape suite ---------------------------------------------------------
+#
+# Records of an integer id, a short name, a boolean and a double score, with
+# keys in byte order so that a decoded structure lists its fields in text
+# order and writes back the same text; the same records plus a row of three
+# numbers, or plus a record holding a record. Each body comes as a response
+# and as a large-notation cell. Next to each JSON file: the host array it
+# decodes to (.ref, a tagged tree made from the Python values, not from the
+# text) and what a walk of the text in order meets (.walk).
+
+N_MIXED = 4_000
+NAME_LETTERS = "abcdefghijklmnopqrstuvwxyz"
+
+
+def short_name(rng):
+    n = rng.randint(3, 10)
+    return rng.choice(NAME_LETTERS).upper() + "".join(rng.choice(NAME_LETTERS) for _ in range(n - 1))
+
+
+def flat_record(rng, i):
+    return {"id": i + 1, "name": short_name(rng), "ok": rng.random() < 0.5, "score": rng.gauss(50.0, 20.0)}
+
+
+def with_row(rng, rec):
+    out = dict(rec)
+    out["row"] = [rng.gauss(0.0, 1.0) for _ in range(3)]
+    return {k: out[k] for k in sorted(out, key=lambda k: k.encode())}
+
+
+def with_nested(rng, rec):
+    out = dict(rec)
+    out["meta"] = {"city": rng.choice(CITIES),
+                   "geo": {"lat": round(rng.uniform(-90, 90), 4), "lon": round(rng.uniform(-180, 180), 4)}}
+    return {k: out[k] for k in sorted(out, key=lambda k: k.encode())}
+
+
+def mixed_output(rng):
+    kind = rng.choice(["matrix", "text", "scalar", "record", "int32"])
+    if kind == "matrix":  # at least two columns: a one-column matrix writes back as a flat list
+        rows, cols = rng.randint(1, 8), rng.randint(2, 8)
+        return [[rng.gauss(0.0, 1.0) for _ in range(cols)] for _ in range(rows)]
+    if kind == "text":
+        return "".join(string_piece(rng)[1] for _ in range(rng.randint(1, 30)))
+    if kind == "scalar":
+        return rng.choice([rng.gauss(0.0, 100.0), rng.randint(-10**6, 10**6), rng.random() < 0.5])
+    if kind == "record":
+        return flat_record(rng, rng.randint(0, 10**6))
+    k = rng.randint(2, 40)
+    return {"tndata": [rng.randint(-2**31, 2**31 - 1) for _ in range(k)], "tnsize": [1, k], "tntype": "int32"}
+
+
+def pack_tree(v):
+    """The host array v decodes to, in the .ref tags: 'b', 'd', 's' as above;
+    'm' double matrix, 'i' int32 matrix (u32 rows, u32 cols, column-major
+    values); 'c' cell (rows, cols, elements); 'r' 1x1 structure (u32 field
+    count, then name and value of each field in byte order of the names)."""
+    if isinstance(v, (bool, int, float, str)):
+        return pack_value(v)
+    if isinstance(v, list):
+        rows = v if v and isinstance(v[0], list) else [[x] for x in v]
+        return b"m" + struct.pack("<II", len(rows), len(rows[0])) + struct.pack(
+            "<%dd" % (len(rows) * len(rows[0])), *map(float, column_major(rows)))
+    if v.get("tntype") == "cell":
+        rows, cols = v["tnsize"]
+        return b"c" + struct.pack("<II", rows, cols) + b"".join(pack_tree(x) for x in v["tndata"])
+    if v.get("tntype") == "int32":
+        rows, cols = v["tnsize"]
+        return b"i" + struct.pack("<II", rows, cols) + struct.pack("<%di" % len(v["tndata"]), *v["tndata"])
+    keys = sorted(v, key=lambda k: k.encode())
+    return b"r" + struct.pack("<I", len(keys)) + b"".join(pack_text(k) + pack_tree(v[k]) for k in keys)
+
+
+def walk_totals(v, t):
+    """What a walk of the text in order meets: [numbers, their sum (added
+    left to right, as a reader walking the text adds them), string bytes,
+    trues, falses]. Keys are not values."""
+    if isinstance(v, bool):
+        t[3 if v else 4] += 1
+    elif isinstance(v, (int, float)):
+        t[0] += 1
+        t[1] += v
+    elif isinstance(v, str):
+        t[2] += len(v.encode("utf-8"))
+    elif isinstance(v, list):
+        for x in v:
+            walk_totals(x, t)
+    else:
+        for x in v.values():
+            walk_totals(x, t)
+    return t
+
+
+def write_shape(out, name, doc, decoded):
+    text = json.dumps(doc, ensure_ascii=False, separators=(",", ":"), allow_nan=False)
+    write_bytes(os.path.join(out, name + ".json"), text.encode())
+    write_bytes(os.path.join(out, name + ".ref"), pack_tree(decoded))
+    n, total, string_bytes, trues, falses = walk_totals(doc, [0, 0.0, 0, 0, 0])
+    write_bytes(os.path.join(out, name + ".walk"), struct.pack("<QdQQQ", n, total, string_bytes, trues, falses))
+
+
+def gen_shapes(rng, out):
+    flat = [flat_record(rng, i) for i in range(N_RECORDS)]
+    bodies = {"flat": flat, "row": [with_row(rng, r) for r in flat], "nested": [with_nested(rng, r) for r in flat]}
+    for kind, records in bodies.items():
+        cell = {"tntype": "cell", "tnsize": [len(records), 1], "tndata": records}
+        # A response decodes to the cell of its outputs, as the cell does.
+        write_shape(out, "response_" + kind, {"lhs": records}, cell)
+        write_shape(out, "cell_" + kind, cell, cell)
+    outputs = [mixed_output(rng) for _ in range(N_MIXED)]
+    write_shape(out, "mixed_4000", {"lhs": outputs}, {"tntype": "cell", "tnsize": [N_MIXED, 1], "tndata": outputs})
+
+
+GENERATORS = [gen_doubles, gen_integers, gen_int32, gen_complex, gen_strings, gen_records, gen_shapes]
 
 
 def main():

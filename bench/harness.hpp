@@ -12,6 +12,9 @@
 #include <map>
 #include <string>
 
+#include "ixtal/array.hpp"
+#include "ixtal/packages.hpp"
+
 namespace dovra_bench {
 
 // Runs prepare() the first time a case is run; Google Benchmark calls a case
@@ -76,8 +79,26 @@ class ResultDisposal {
   double seconds_ = 0;
 };
 
+// Times a builtin on prepared arguments as a host calls it, one result a
+// call; destroying each result is measured apart.
+inline void time_builtin(benchmark::State& state, BuiltinFunction fn, const ixArray** prhs, int nrhs) {
+  ResultDisposal dispose;
+  for (auto _ : state) {
+    ixArray* plhs[1] = {nullptr};
+    try {
+      fn(1, plhs, nrhs, prhs);
+    } catch (const std::exception& e) {
+      state.SkipWithError(e.what());
+      break;
+    }
+    dispose(state, [&] { ixDestroyArray(plhs[0]); });
+  }
+  dispose.report(state);
+}
+
 void register_decode_benchmarks();
 void register_encode_benchmarks();
+void register_shape_benchmarks();
 int peak_rss_main(const std::string& implementation);
 
 }  // namespace dovra_bench

@@ -11,10 +11,35 @@
 # (the allocator's thresholds, free lists) moved another case's figures by
 # up to 20%, so a case's figure would have depended on the cases before it.
 #
+# With --shapes it runs the shape suite instead (bench/shapes.cpp): every
+# payload shape decoded and encoded next to yyjson (built from
+# ../shared/peers/yyjson) in one process, 7 repetitions interleaved at
+# random, then every target printed as met or NOT met
+# (build-bench/bench-results/shapes.md). A few minutes.
+#
 # Usage: scripts/bench.sh [Google Benchmark flags, e.g. --benchmark_filter=decode
 #                          or --benchmark_repetitions=3]
+#        scripts/bench.sh --shapes [Google Benchmark flags]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+if [[ "${1:-}" == "--shapes" ]]; then
+  shift
+  bash scripts/setup.sh libfmt-dev libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3
+  python3 bench/gen_data.py
+  cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
+  cmake --build build-bench -j2 --target dovra_bench >/dev/null
+  out=build-bench/bench-results
+  mkdir -p "$out"
+  echo "shape suite: load average $(cut -d' ' -f1-3 /proc/loadavg) at the start"
+  # Interleaving the repetitions at random spreads the shared machine's
+  # load over every case instead of letting it fall on a few.
+  build-bench/bin/dovra_bench --shapes --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true \
+    --benchmark_min_time=0.1 --benchmark_display_aggregates_only=true "$@" \
+    --benchmark_out="$out/shapes.json" --benchmark_out_format=json 2>"$out/shapes-stderr.log" | grep -E "_median|ERROR" || true
+  echo
+  python3 bench/shapes_summary.py "$out/shapes.json" | tee "$out/shapes.md"
+  exit 0
+fi
 bash scripts/setup.sh libfmt-dev libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
   python3-pybind11 pybind11-dev python3-ujson python3-rapidjson
 python3 bench/gen_data.py
