@@ -11,8 +11,9 @@ The mapping between JSON, host arrays and Python values is in docs/python.md.
 import re as _re
 
 from . import _native
+from ._version import __version__
 
-__all__ = ["Error", "decode", "decode_response", "encode"]
+__all__ = ["Error", "__version__", "decode", "decode_response", "encode"]
 
 _POSITION = _re.compile(r"line (\d+), column (\d+) \(byte offset (\d+)\)")
 
