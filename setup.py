@@ -51,8 +51,14 @@ class CMakeBuild(build_ext):
             subprocess.run(command, check=True)
 
 
+# setuptools' own files go inside the CMake build's usual directory, so that
+# a pip install leaves the tree as it found it but for build/.
+BUILD_BASE = "build/pip"
+os.makedirs(BUILD_BASE, exist_ok=True)
+
 setup(
     version=project_version(),
+    options={"build": {"build_base": BUILD_BASE}, "egg_info": {"egg_base": BUILD_BASE}},
     ext_modules=[Extension("dovra_json._native", sources=[])],
     cmdclass={"build_ext": CMakeBuild},
 )

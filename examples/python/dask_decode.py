@@ -121,7 +121,8 @@ class Summary:
                     for field_value in inner.values():
                         self.tally(field_value)
         else:
-            totals = self.totals("string" if value.dtype.kind == "U" else _CLASS_NAMES.get(value.dtype.name, value.dtype.name))
+            name = "string" if value.dtype.kind == "U" else _CLASS_NAMES.get(value.dtype.name, value.dtype.name)
+            totals = self.totals(name)
             totals.arrays += 1
             totals.elements += value.size
             if value.dtype.kind in "iu":
