@@ -42,7 +42,7 @@ class CMakeBuild(build_ext):
             "-DDOVRA_PYTHON_WHEEL=ON",
             f"-DPython_EXECUTABLE={sys.executable}",
         ]
-        compile_ = ["cmake", "--build", str(build), "--target", "dovra_json_native"]
+        compile_ = ["cmake", "--build", str(build), "--target", "dovra_json_native_installed"]
         # CMake reads CMAKE_BUILD_PARALLEL_LEVEL itself when it is set.
         if not os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL"):
             compile_ += ["--parallel", str(os.cpu_count() or 1)]

@@ -16,7 +16,7 @@ MINOR = f"{sys.version_info.major}.{sys.version_info.minor}"
 
 
 def shipped_binaries():
-    for directory in ("bin", "lib", "python/dovra_json"):
+    for directory in ("bin", "lib", "python/dovra_json", "python/installed"):
         for path in sorted((BUILD / directory).iterdir()):
             if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF":
                 yield path
