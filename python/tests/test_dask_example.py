@@ -9,6 +9,7 @@ import random
 import re
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 import pytest
@@ -84,6 +85,34 @@ def test_cluster_reports_what_a_serial_run_reports(tmp_path):
         expected = f"failed broken-{name}.json: {identifier} at line {line}, column {column} (byte offset {offset}) "
         assert any(l.startswith(expected) for l in lines), (expected, serial)
     assert "not a response: not-a-response.json" in lines
+
+
+def test_a_running_scheduler(tmp_path):
+    # The cluster of docs/python.md: a scheduler and a worker command with
+    # two processes, and the example given the scheduler's address.
+    bodies = tmp_path / "bodies"
+    bodies.mkdir()
+    write_bodies(bodies, 40)
+    started = []
+    try:
+        address_file = tmp_path / "scheduler.json"
+        for command in (["distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port", "0"],
+                        ["distributed.cli.dask_worker", "--nworkers", "2", "--nthreads", "1"]):
+            started.append(subprocess.Popen([sys.executable, "-m", *command, "--no-dashboard",
+                                             "--scheduler-file", str(address_file)],
+                                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
+            for _ in range(300):
+                if address_file.exists() and address_file.stat().st_size:
+                    break
+                time.sleep(0.1)
+        address = json.loads(address_file.read_text())["address"]
+        assert address.startswith("tcp://127.0.0.1:")
+        report = run_example(bodies, "--responses", "--scheduler", address, "--batch", 8)
+    finally:
+        for process in started:
+            process.terminate()
+            process.wait(timeout=60)
+    assert report == run_example(bodies, "--responses", "--serial")
 
 
 def test_request_bodies(tmp_path):
