@@ -12,8 +12,12 @@ quick=0
 
 stage() { printf '\n=== %s (%s)\n' "$1" "$(date +%T)"; }
 
-# The Python module and its tests need Debian's interpreter with these.
-python_packages=(python3-dev python3-numpy python3-pybind11 pybind11-dev python3-pytest python3-hypothesis)
+# The Python module and its tests need Debian's interpreter with these; the
+# package's tests also install it with pip and build a wheel, type-check a
+# client of it and run the Dask example.
+python_packages=(python3-dev python3-numpy python3-pybind11 pybind11-dev python3-pytest python3-hypothesis
+  python3-pip python3-venv python3-setuptools python3-wheel python3-build python3-mypy
+  python3-dask python3-distributed)
 if ((quick)); then
   bash scripts/setup.sh libfmt-dev libfast-float-dev "${python_packages[@]}"
 else

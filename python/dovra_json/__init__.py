@@ -14,8 +14,9 @@ import io as _io
 import re as _re
 
 from . import _native
+from ._version import __version__
 
-__all__ = ["Error", "decode", "decode_response", "encode", "load", "load_response", "dump"]
+__all__ = ["Error", "__version__", "decode", "decode_response", "encode", "load", "load_response", "dump"]
 
 _POSITION = _re.compile(r"line (\d+), column (\d+) \(byte offset (\d+)\)")
 
