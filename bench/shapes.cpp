@@ -28,6 +28,7 @@
 
 #include "data.hpp"
 #include "foundation/json/serializer.hpp"
+#include "foundation/json/text_output.hpp"
 #include "harness.hpp"
 #include "peer_decode.hpp"
 #include "peers/simdjson_peer.hpp"
@@ -465,14 +466,14 @@ void encode_yyjson(benchmark::State& state, const EncodeCase& c) {
 // writer's general path (none is a whole number).
 const std::vector<double>& deviates() { return encode_set("doubles_1000x1000").doubles; }
 
-// Ours: the runtime's exported TextStream::numbers, which writes each double
+// Ours: the runtime's exported TextOutput::numbers, which writes each double
 // through the same shortest writer as the encoder, plus a comma and the
 // widening to UTF-16 (the writer itself is internal to the runtime).
 void shortest_ours(benchmark::State& state) {
   const std::size_t n = deviates().size();
   std::vector<char16_t> out(50 * n);
   auto write = [&] {
-    foundation::json::TextStream stream(out.data(), out.size());
+    foundation::json::TextOutput stream(out.data(), out.size());
     if (stream.numbers(deviates().data(), n, false) != n) throw std::runtime_error("not every number was written");
     return stream.finish();
   };
