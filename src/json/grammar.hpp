@@ -116,9 +116,13 @@ class Grammar {
     if (*p != '"') return foundation::json::kStringExpected;
     ++p;
     for (;;) {
-      const Char* run = p;
-      p = find_quote_or_backslash(p, end_);
-      out.append_run(run, p);
+      if constexpr (requires { out.copy_plain(p, end_); }) {
+        p = out.copy_plain(p, end_);
+      } else {
+        const Char* run = p;
+        p = find_quote_or_backslash(p, end_);
+        out.append_run(run, p);
+      }
       if (p == end_) return foundation::json::kUnexpectedEnd;
       if (*p == '"') {
         ++p;

@@ -36,6 +36,45 @@ class Utf16Sink {
     }
     size_ += n;
   }
+  // Copies the units from p up to the first '"' or '\' (or end) and
+  // returns where it stopped: the search and the copy in one pass, eight
+  // units at a time, since most strings are plain text.
+  const char16_t* copy_plain(const char16_t* p, const char16_t* end) {
+    const char16_t* const first = p;
+    const std::size_t start = size_;
+    bool surrogates = false;
+#if defined(__SSE2__)
+    const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
+    const __m128i bits = _mm_set1_epi16(short(0xF800)), surrogate = _mm_set1_epi16(short(0xD800));
+    __m128i any = _mm_setzero_si128();
+    for (; end - p >= 8; p += 8, size_ += 8) {
+      reserve(8);
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(units_.data() + size_), v);
+      any = _mm_or_si128(any, _mm_cmpeq_epi16(_mm_and_si128(v, bits), surrogate));
+      const unsigned stop = unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
+      if (stop) {
+        const unsigned n = unsigned(__builtin_ctz(stop)) / 2;
+        p += n;
+        size_ += n;
+        break;
+      }
+    }
+    // Units past the stop may have set it: all_paired looks at the run alone.
+    surrogates = _mm_movemask_epi8(any) != 0;
+#endif
+    for (; p != end && *p != '"' && *p != '\\'; ++p) {
+      surrogates |= is_surrogate(*p);
+      reserve(1);
+      units_[size_++] = *p;
+    }
+    if (surrogates && !all_paired(units_.data() + start, size_ - start)) {
+      size_ = start;
+      append_run(first, p);
+    }
+    return p;
+  }
+
   void put(char c) {
     reserve(1);
     units_[size_++] = char16_t(c);
