@@ -131,7 +131,7 @@ matrix::owned_array TextReader::object(const Char*& p) {
     }
     case ObjectRole::kPlainStruct: break;
   }
-  return plain_struct(mark.at, layout);
+  return plain_struct(mark.at, layout, on_layout);
 }
 
 void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
@@ -252,11 +252,11 @@ TextReader::Layout& TextReader::layout_at(std::size_t depth) {
 // Records of one body mostly share their names, in one order: the layout
 // of the last record at this depth is kept, and a record that matches it
 // shares its field names (ixCreateStructArrayLike).
-matrix::owned_array TextReader::plain_struct(std::size_t mark, Layout& layout) {
+matrix::owned_array TextReader::plain_struct(std::size_t mark, Layout& layout, bool on_layout) {
   const auto first = fields_.begin() + std::ptrdiff_t(mark);
   const std::size_t n = fields_.size() - mark;
-  if (!layout.model || !std::equal(first, fields_.end(), layout.names.begin(), layout.names.end(),
-                                   [](const Field& f, const std::string& name) { return f.name == name; })) {
+  // on_layout: each name was found equal to the layout's, in its place.
+  if (!layout.model || !on_layout || n != layout.names.size()) {
     layout.model.reset();
     layout.names.clear();
     for (auto f = first; f != fields_.end(); ++f) layout.names.push_back(f->name);

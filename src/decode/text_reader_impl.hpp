@@ -94,7 +94,7 @@ class TextReader {
   bool read_size(const Char*& p, dims_vector& dims);
   matrix::owned_array large(DecidingKeys& k);
   Layout& layout_at(std::size_t depth);
-  matrix::owned_array plain_struct(std::size_t mark, Layout& layout);
+  matrix::owned_array plain_struct(std::size_t mark, Layout& layout, bool on_layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp

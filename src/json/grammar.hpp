@@ -58,6 +58,23 @@ class Utf8Sink {
       if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out_);
     }
   }
+  // Over UTF-16: plain ASCII up to the first '"' or '\' is narrowed as it
+  // is found (names mostly are that); the rest goes by append_run.
+  const char16_t* copy_plain(const char16_t* p, const char16_t* end) {
+    for (;;) {
+      char block[64];
+      std::size_t n = 0;
+      for (; p != end && n < sizeof block && *p < 0x80 && *p != '"' && *p != '\\'; ++p) block[n++] = char(*p);
+      out_.append(block, n);
+      if (p == end || *p == '"' || *p == '\\') return p;
+      if (n == 0) {
+        const char16_t* run = p;
+        while (p != end && *p != '"' && *p != '\\') ++p;
+        append_run(run, p);
+        return p;
+      }
+    }
+  }
   void put(char c) { out_.push_back(c); }
   // A \u escape, with the escape after it when the first is a high
   // surrogate: unpaired units become U+FFFD.
