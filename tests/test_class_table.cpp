@@ -38,8 +38,7 @@ static_assert([] {
   for_each_type(ixtal_element_types{}, [&](auto tag) {
     using T = typename decltype(tag)::type;
     using Row = ixtal::class_of_element<T>;
-    ok = ok && element_traits<T>::class_id == Row::id && matrix::class_id_of<T>::value == Row::id &&
-         std::is_same_v<element_type_of<element_traits<T>::ixtal_type>, T> &&
+    ok = ok && std::is_same_v<element_type_of<element_traits<T>::ixtal_type>, T> &&
          is_numeric_type(element_traits<T>::ixtal_type) == Row::numeric;
   });
   return ok;

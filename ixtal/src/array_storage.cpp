@@ -321,6 +321,7 @@ void fail_creations_after(std::int64_t n) noexcept { g_fail_after.store(n < 0 ? 
 using namespace ixtal::detail;
 
 void ixDestroyArray(ixArray* a) noexcept {
+  if (!a) return;  // what replacing an unset element destroys
   // Iterative, so that however deep cells nest the host's stack is safe:
   // each array's elements are taken over into the work list before it dies.
   std::vector<ixArray*> pending;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "convert.hpp"
+#include "ixtal/shape.hpp"
 #include "numeric_classes.hpp"
 
 namespace py = pybind11;
@@ -47,12 +48,8 @@ matrix::owned_array numeric(const py::array& a, const NumericClass& c) {
   matrix::owned_array out(ixCreateUninitNumericArray(dims.size(), dims.data(), c.cls, c.complex ? ixCOMPLEX : ixREAL));
   if (c.cls == ixLOGICAL_CLASS) out.reset(ixCreateLogicalArray(dims.size(), dims.data()));
   if (ixGetNumberOfElements(out.get()) == 0) return out;
-  std::vector<py::ssize_t> shape(dims.begin(), dims.end()), strides(dims.size());
-  py::ssize_t step = py::ssize_t(c.itemsize);
-  for (std::size_t d = 0; d < dims.size(); ++d) {
-    strides[d] = step;
-    step *= shape[d];
-  }
+  std::vector<py::ssize_t> shape(dims.begin(), dims.end());
+  const std::vector<py::ssize_t> strides = ixtal::strides_of(dims, py::ssize_t(c.itemsize));
   py::array view(dtype_of(c), shape, strides, ixGetData(out.get()), py::none());
   py::module_::import("numpy").attr("copyto")(view, a.attr("reshape")(py::tuple(py::cast(shape))));
   return out;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "convert.hpp"
+#include "ixtal/shape.hpp"
 #include "ixtal/string_array.hpp"
 #include "numeric_classes.hpp"
 
@@ -17,7 +18,8 @@ namespace dovra_python {
 namespace {
 
 std::vector<py::ssize_t> shape_of(const ixArray* a) {
-  return std::vector<py::ssize_t>(ixGetDimensions(a), ixGetDimensions(a) + ixGetNumberOfDimensions(a));
+  const auto dims = ixtal::dims_of(a);
+  return std::vector<py::ssize_t>(dims.begin(), dims.end());
 }
 
 py::object numpy() { return py::module_::import("numpy"); }
@@ -41,12 +43,7 @@ py::object numeric(matrix::owned_array a, const NumericClass& c) {
   auto dt = dtype_of(c);
   if (ixGetNumberOfElements(a.get()) == 0)
     return numpy().attr("empty")(py::tuple(py::cast(shape)), "dtype"_a = dt, "order"_a = "F");
-  std::vector<py::ssize_t> strides(shape.size());
-  py::ssize_t step = py::ssize_t(c.itemsize);
-  for (std::size_t d = 0; d < shape.size(); ++d) {
-    strides[d] = step;
-    step *= shape[d];
-  }
+  const std::vector<py::ssize_t> strides = ixtal::strides_of(ixtal::dims_of(a.get()), py::ssize_t(c.itemsize));
   void* data = ixGetData(a.get());
   py::capsule owner(a.get(), [](void* p) { ixDestroyArray(static_cast<ixArray*>(p)); });
   a.release();

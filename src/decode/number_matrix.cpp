@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "decode/dimensions.hpp"
+#include "ixtal/shape.hpp"
 #include "json/basic_parser.hpp"
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -81,8 +82,7 @@ class NumberMatrixReader : public dovra_json::detail::BasicParser<NumberMatrixRe
     sizes_[0] = rows;
 
     dims_vector dims(sizes_.begin(), sizes_.begin() + std::ptrdiff_t(last_ + 1));
-    strides_[0] = 1;
-    for (std::size_t level = 1; level <= last_; ++level) strides_[level] = strides_[level - 1] * sizes_[level - 1];
+    ixtal::strides_of(std::span<const ixSize>(sizes_.data(), last_ + 1), std::size_t(1), strides_.begin());
     std::optional<matrix::owned_array> result;
     try {
       result.emplace(detail::uninitialised_array<double>(dims));

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "decode/dimensions.hpp"
+#include "ixtal/shape.hpp"
 #include "decode/driver.hpp"
 #include "decode/element_rules.hpp"
 #include "decode/ixtal_type.hpp"
@@ -65,11 +66,7 @@ struct walk_layout {
   std::size_t last;
 
   explicit walk_layout(const dims_vector& d) : dims(d), strides(d.size()), last(d.size() - 1) {
-    ixSize stride = 1;  // may wrap for shapes the data cannot back; then never used to store
-    for (std::size_t i = 0; i < d.size(); ++i) {
-      strides[i] = stride;
-      stride *= d[i];
-    }
+    ixtal::strides_of(std::span<const ixSize>(d.data(), d.size()), ixSize(1), strides.begin());
   }
 };
 
