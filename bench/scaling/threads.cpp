@@ -11,13 +11,14 @@
 //
 // Each trial runs a workload on one thread, then on two threads at once,
 // each doing the same number of rounds. It prints the throughput ratio by
-// wall clock (2 threads / 1 thread; 2.0 is perfect scaling) and by CPU time
-// per round (1.0: a round costs the same CPU on two threads as on one). On a
+// wall clock (2 threads / 1 thread; 2.0 is perfect scaling), the CPU time
+// of a round on one thread and on two, and their ratio (1.0: a round costs
+// the same CPU on two threads as on one). On a
 // machine shared with other work the wall ratio also counts whatever else
 // ran; the CPU ratio counts what the two threads cost each other (a shared
 // counter or lock, cache lines moving between cores).
 //
-//   dovra_thread_scaling [trials]                  both workloads, medians
+//   dovra_thread_scaling [trials [workload]]       both workloads (or one), medians
 //   dovra_thread_scaling --run arrays|decode THREADS ROUNDS
 //                                                  one workload, for a profiler
 //
@@ -149,19 +150,23 @@ int main(int argc, char** argv) {
   const int trials = argc > 1 ? std::max(1, std::atoi(argv[1])) : 7;
   constexpr int kRounds = 20;
   std::printf("%zu records a round, %d rounds a thread, %d trials; medians\n", kRecords, kRounds, trials);
-  std::printf("%-8s %12s %12s %10s %10s\n", "workload", "1 thread/s", "2 threads/s", "wall x", "CPU/round");
+  std::printf("%-8s %12s %12s %8s %14s %14s %10s\n", "workload", "1 thread/s", "2 threads/s", "wall x",
+              "CPU ms/round 1", "CPU ms/round 2", "CPU ratio");
   for (const Workload& w : workloads()) {
-    std::vector<double> one, two, wall_ratio, cpu_ratio;
+    if (argc > 2 && w.name != std::string(argv[2])) continue;
+    std::vector<double> one, two, wall_ratio, cpu_one, cpu_two, cpu_ratio;
     for (int i = 0; i < trials; ++i) {
       const Timing a = run(w, 1, kRounds);
       const Timing b = run(w, 2, kRounds);
       one.push_back(kRounds / a.wall);
       two.push_back(2 * kRounds / b.wall);
       wall_ratio.push_back(two.back() / one.back());
-      cpu_ratio.push_back((b.cpu / 2) / a.cpu);
+      cpu_one.push_back(1e3 * a.cpu / kRounds);
+      cpu_two.push_back(1e3 * b.cpu / (2 * kRounds));
+      cpu_ratio.push_back(cpu_two.back() / cpu_one.back());
     }
-    std::printf("%-8s %12.1f %12.1f %10.2f %10.2f\n", w.name, median(one), median(two), median(wall_ratio),
-                median(cpu_ratio));
+    std::printf("%-8s %12.1f %12.1f %8.2f %14.2f %14.2f %10.2f\n", w.name, median(one), median(two),
+                median(wall_ratio), median(cpu_one), median(cpu_two), median(cpu_ratio));
   }
   return 0;
 }
