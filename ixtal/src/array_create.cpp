@@ -68,6 +68,14 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
   return n.release();
 }
 
+template <class T>
+ixArray* make_scalar(T value) {
+  const ixSize one[2] = {1, 1};
+  ixArray* a = make_full(2, one, ixtal::class_of_element<T>::id, ixREAL, false);
+  *static_cast<T*>(a->data) = value;
+  return a;
+}
+
 ixArray* make_container(std::size_t ndim, const ixSize* dims, ixClassID cls, std::size_t per_element) {
   const std::size_t in_record = in_record_bytes(ndim, dims, per_element * sizeof(ixArray*));
   new_array n(in_record);
@@ -153,21 +161,11 @@ ixArray* ixCreateNumericMatrix(ixSize m, ixSize n, ixClassID cls, ixComplexity c
 ixArray* ixCreateDoubleMatrix(ixSize m, ixSize n, ixComplexity cx) {
   return ixCreateNumericMatrix(m, n, ixDOUBLE_CLASS, cx);
 }
-ixArray* ixCreateDoubleScalar(double value) {
-  const ixSize dims[2] = {1, 1};
-  ixArray* a = make_full(2, dims, ixDOUBLE_CLASS, ixREAL, false);
-  *static_cast<double*>(a->data) = value;
-  return a;
-}
+ixArray* ixCreateDoubleScalar(double value) { return make_scalar(value); }
 ixArray* ixCreateLogicalArray(std::size_t ndim, const ixSize* dims) {
   return make_full(ndim, dims, ixLOGICAL_CLASS, ixREAL, true);
 }
-ixArray* ixCreateLogicalScalar(bool value) {
-  const ixSize dims[2] = {1, 1};
-  ixArray* a = make_full(2, dims, ixLOGICAL_CLASS, ixREAL, false);
-  *static_cast<bool*>(a->data) = value;
-  return a;
-}
+ixArray* ixCreateLogicalScalar(bool value) { return make_scalar(value); }
 ixArray* ixCreateCharArray(std::size_t ndim, const ixSize* dims) {
   return make_full(ndim, dims, ixCHAR_CLASS, ixREAL, true);
 }
