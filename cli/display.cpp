@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ixtal/classes.hpp"
+#include "ixtal/shape.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/text.hpp"
 
@@ -33,8 +34,8 @@ using Dims = std::vector<ixSize>;
 constexpr double kLargestPlainInteger = 1e15;
 
 Dims dims_of(const ixArray* a) {
-  const ixSize* d = ixGetDimensions(a);
-  return Dims(d, d + ixGetNumberOfDimensions(a));
+  const auto d = ixtal::dims_of(a);
+  return Dims(d.begin(), d.end());
 }
 
 std::string join_dims(const Dims& d, const char* separator) {

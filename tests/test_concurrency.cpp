@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "support/host.hpp"
@@ -51,6 +52,7 @@ std::string outcome(const Job& job) {
 
 TEST(Concurrency, ThreadsCallingAllBuiltinsGetTheResultsOfSerialCalls) {
   dovra_test::library();
+  dovra_test::LeakCheck leaks;
   std::vector<std::string> expected;
   for (const auto& job : jobs()) expected.push_back(outcome(job));
   ASSERT_EQ(expected[6].rfind("error ", 0), 0u);
@@ -67,6 +69,42 @@ TEST(Concurrency, ThreadsCallingAllBuiltinsGetTheResultsOfSerialCalls) {
     });
   }
   for (auto& th : threads) th.join();
+  EXPECT_EQ(mismatches.load(), 0);
+}
+
+// A host may make a result on one thread and destroy it on another, with
+// both threads gone by then: the live count, summed over threads, comes
+// out even, and blocks freed on one thread and reused on another hold what
+// was written there.
+TEST(Concurrency, ArraysMadeOnOneThreadAndDestroyedOnAnother) {
+  dovra_test::library();
+  const std::string doc = R"({"lhs":[{"id":1,"name":"ab","score":1.5,"ok":true},[1,2,3],"text",false]})";
+  const owned_array reference = dovra_test::decode_response(doc);
+  dovra_test::LeakCheck leaks;
+  constexpr int kPairs = 2, kRounds = 3, kResults = 400;
+  std::atomic<int> mismatches{0};
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<std::thread> threads;
+    for (int p = 0; p < kPairs; ++p) {
+      auto handed = std::make_shared<std::promise<std::vector<ixArray*>>>();
+      threads.emplace_back([&, handed] {
+        std::vector<ixArray*> made;
+        for (int i = 0; i < kResults; ++i) made.push_back(dovra_test::decode_response(doc).release());
+        handed->set_value(std::move(made));
+      });
+      threads.emplace_back([&, handed] {
+        std::vector<ixArray*> got = handed->get_future().get();
+        for (ixArray* a : got) {
+          if (!ixIsEqualN(a, reference.get())) ++mismatches;
+          ixDestroyArray(a);
+        }
+        // What this thread now reuses came from the other one.
+        for (int i = 0; i < kResults; ++i)
+          if (!ixIsEqualN(dovra_test::decode_response(doc).get(), reference.get())) ++mismatches;
+      });
+    }
+    for (auto& th : threads) th.join();
+  }
   EXPECT_EQ(mismatches.load(), 0);
 }
 

@@ -126,7 +126,7 @@ class Generator {
   template <class T>
   owned_array complex() {
     const std::vector<ixSize> dims = shape();
-    owned_array a(ixCreateNumericArray(dims.size(), dims.data(), matrix::class_id_of<T>::value, ixCOMPLEX));
+    owned_array a(ixCreateNumericArray(dims.size(), dims.data(), ixtal::class_of_element<T>::id, ixCOMPLEX));
     auto* x = static_cast<std::complex<T>*>(ixGetData(a.get()));
     for (std::size_t i = 0; i < count_of(dims); ++i) x[i] = {value<T>(), value<T>()};
     return a;

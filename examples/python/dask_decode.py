@@ -110,7 +110,13 @@ class Summary:
         elif isinstance(value, str):
             self.totals("char").arrays += 1
             self.totals("char").elements += len(value)
-        elif value.dtype == object:  # a cell, a structure array or strings with a missing one
+        elif isinstance(value, (bool, int, float, complex)):  # a 1x1 array of the class Python's type names
+            self.tally(np.asarray(value))
+        elif value.dtype == object:  # a cell, a structure array, or strings (None where one is missing)
+            if value.size and all(v is None or isinstance(v, str) for v in value.flat):
+                self.totals("string").arrays += 1
+                self.totals("string").elements += value.size
+                return
             kind = "struct" if value.size and all(isinstance(v, dict) for v in value.flat) else "cell"
             self.totals(kind).arrays += 1
             self.totals(kind).elements += value.size

@@ -1,23 +1,124 @@
 #pragma once
 
-// What the runtime's array files share and hosts do not see.
+// What the runtime's array files share and hosts do not see: reading the
+// record, and making and releasing its block (array_storage.cpp).
 
-#include <atomic>
+#include <boost/throw_exception.hpp>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "ixtal/array.hpp"
+#include "ixtal/classes.hpp"
+#include "ixtal/errors.hpp"
 
 namespace ixtal::detail {
 
-// Arrays alive, and creations left before creation fails (-1: never): kept
-// by array creation and destruction, read and set by the test hooks.
-extern std::atomic<std::int64_t> g_live;
-extern std::atomic<std::int64_t> g_fail_after;
+// No single array may claim more than this many bytes: far beyond any real
+// machine, and small enough that size arithmetic cannot overflow.
+inline constexpr ixSize kMaxArrayBytes = ixSize(1) << 48;
+
+// Data up to this size live in the record's own block: scalars and short
+// texts, which a decoded document holds by the hundred thousand, then cost
+// one block each instead of two.
+inline constexpr std::size_t kDataInRecord = 256;
+
+[[noreturn]] inline void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
+
+inline std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }
+inline bool is_numeric_class(ixClassID cls) noexcept { return ixtal::info_of(cls).numeric; }
+
+// The element count is not stored: a document's arrays are mostly scalars,
+// and eight bytes fewer bring each one's record and data into a 64-byte
+// block. The product cannot overflow: creation refuses such shapes, and a
+// zero among the sizes makes any wrapped product zero too.
+inline ixSize numel(const ixArray* a) noexcept {
+  const ixSize* d = a->dims.data();
+  ixSize n = d[0] * d[1];
+  for (std::size_t i = 2; i < a->dims.size(); ++i) n *= d[i];
+  return n;
+}
+
+// Cells and structures keep their element slots where other classes keep
+// their data.
+inline bool holds_slots(const ixArray* a) noexcept {
+  return a->class_id == ixCELL_CLASS || a->class_id == ixSTRUCT_CLASS;
+}
+inline ixArray** slots(const ixArray* a) noexcept { return static_cast<ixArray**>(a->data); }
+inline const std::vector<std::string>& field_names(const ixArray* a) noexcept {
+  static const std::vector<std::string> none;
+  return a->extra && a->extra->fields ? *a->extra->fields : none;
+}
+inline std::size_t field_count(const ixArray* a) noexcept {
+  return a->extra && a->extra->fields ? a->extra->fields->size() : 0;
+}
+inline std::size_t slot_count(const ixArray* a) noexcept {
+  if (a->class_id == ixCELL_CLASS) return numel(a);
+  return a->class_id == ixSTRUCT_CLASS ? numel(a) * field_count(a) : 0;
+}
+
+inline const ixArrayExtra& extra_or_none(const ixArray* a) noexcept {
+  static const ixArrayExtra none;
+  return a->extra ? *a->extra : none;
+}
+// Made when first needed; out-of-memory when it cannot be.
+ixArrayExtra& extra_of(ixArray* a);
+
+// The field numbers ordered by name (ties by number), so that checks over
+// all names cost n log n, not a comparison of every pair.
+std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n);
+
+// --- the record's block (array_storage.cpp) ----------------------------------
+
+// A new record with room for data_bytes of data after it in the same block
+// (data points there when data_bytes > 0), counted as alive. Raises
+// out-of-memory when the test hook says so or no memory can be had.
+ixArray* new_record(std::size_t data_bytes);
+
+// Whether the test hook refuses the next block the runtime takes (memory.cpp).
+bool allocation_refused() noexcept;
+
+// Zeroed room for n element slots; none for n = 0.
+ixArray** new_slots(std::size_t n);
+
+// Arrays alive: the count every thread keeps, summed.
+std::int64_t live_arrays() noexcept;
+// Creations left before creation fails (-1: never), set by the test hook.
+void fail_creations_after(std::int64_t n) noexcept;
+
+// The record under construction: destroyed with whatever it holds unless
+// released.
+struct new_array {
+  ixArray* a;
+  explicit new_array(std::size_t data_bytes = 0) : a(new_record(data_bytes)) {}
+  new_array(const new_array&) = delete;
+  new_array& operator=(const new_array&) = delete;
+  ~new_array() {
+    if (a) ixDestroyArray(a);
+  }
+  ixArray* release() noexcept {
+    ixArray* out = a;
+    a = nullptr;
+    return out;
+  }
+};
+
+// Gives a the host's form of a shape: at least two entries, no trailing
+// singleton beyond the second. Raises out-of-memory when the element count
+// overflows 64 bits, leaving a as it was.
+void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims);
+
+// --- used beyond the array files ----------------------------------------------
 
 // A 1-by-1 array of class cls with no data, named name (null: unnamed).
 ixArray* make_named(ixClassID cls, const char* name);
 
 // std::out_of_range naming what, unless index is an element of a.
 void check_index(const ixArray* a, ixSize index, const char* what);
+
+// std::invalid_argument unless s is a structure array.
+const ixArray* as_struct(const ixArray* s);
 
 }  // namespace ixtal::detail

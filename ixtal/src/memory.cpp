@@ -9,6 +9,7 @@
 #include <mutex>
 #include <utility>
 
+#include "array_record.hpp"
 #include "ixtal/testing.hpp"
 
 namespace ixtal {
@@ -16,11 +17,7 @@ namespace ixtal {
 namespace {
 std::atomic<testing::allocation_hook> g_hook{nullptr};
 
-// The runtime's own memory passes here, so that a test can make any of it fail.
-bool refused() noexcept {
-  const testing::allocation_hook hook = g_hook.load(std::memory_order_relaxed);
-  return hook && hook();
-}
+using detail::allocation_refused;
 
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
 static_assert(kLargeBlock == 2 * kHugePage);
@@ -92,14 +89,20 @@ BlockCache& cache() noexcept {
 
 }  // namespace
 
+// The runtime's own memory passes here, so that a test can make any of it fail.
+bool detail::allocation_refused() noexcept {
+  const testing::allocation_hook hook = g_hook.load(std::memory_order_relaxed);
+  return hook && hook();
+}
+
 void testing::set_allocation_hook(allocation_hook hook) noexcept { g_hook.store(hook, std::memory_order_relaxed); }
 
 void* allocate_zeroed(std::size_t count, std::size_t size) noexcept {
-  return refused() ? nullptr : std::calloc(count, size);
+  return allocation_refused() ? nullptr : std::calloc(count, size);
 }
 
 void* allocate_large(std::size_t bytes) noexcept {
-  if (refused()) return nullptr;
+  if (allocation_refused()) return nullptr;
   if (bytes < kLargeBlock) return std::malloc(bytes ? bytes : 1);
   if (bytes > ~std::size_t(0) - kHugePage) return nullptr;
   if (void* kept = cache().take(bytes)) return kept;

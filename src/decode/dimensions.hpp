@@ -22,7 +22,7 @@ inline ixSize element_count(const dims_vector& dims) noexcept {
 // A numeric, logical or char array whose data the caller writes in full.
 template <class T>
 matrix::owned_array uninitialised_array(const dims_vector& dims, bool complex = false) {
-  return matrix::owned_array(ixCreateUninitNumericArray(dims.size(), dims.data(), element_traits<T>::class_id,
+  return matrix::owned_array(ixCreateUninitNumericArray(dims.size(), dims.data(), ixtal::class_of_element<T>::id,
                                                         complex ? ixCOMPLEX : ixREAL));
 }
 

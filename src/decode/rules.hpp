@@ -16,6 +16,7 @@
 
 #include "decode/dimensions.hpp"
 #include "host/json_keys.hpp"
+#include "ixtal/shape.hpp"
 
 namespace ixtal_json::detail {
 
@@ -53,11 +54,7 @@ inline bool special_float_value(std::string_view name, double& out) noexcept {
 // used to store.
 inline dims_vector storage_strides(const dims_vector& dims) {
   dims_vector strides(dims.size());
-  ixSize stride = 1;
-  for (std::size_t d = 0; d < dims.size(); ++d) {
-    strides[d] = stride;
-    stride *= dims[d];
-  }
+  ixtal::strides_of(std::span<const ixSize>(dims.data(), dims.size()), ixSize(1), strides.begin());
   return strides;
 }
 

@@ -7,13 +7,11 @@
 
 #include "foundation/json/value.hpp"
 #include "ixtal/array.hpp"
+#include "ixtal/shape.hpp"
 
 namespace ixtal_json::detail {
 
-inline std::span<const ixSize> dims_of(const ixArray* a) noexcept {
-  a->_complete_opaque_dimensions();
-  return {ixGetDimensions(a), ixGetNumberOfDimensions(a)};
-}
+using ixtal::dims_of;
 
 inline bool is_2d(std::span<const ixSize> dims, ixSize m, ixSize n) noexcept {
   return dims.size() == 2 && dims[0] == m && dims[1] == n;

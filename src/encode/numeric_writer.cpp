@@ -103,7 +103,7 @@ std::vector<Value*> allocate_tree(Value& root, std::span<const ixSize> dims) {
     std::size_t offset;
   };
   std::vector<node> level{{&root, 0}}, next;
-  std::size_t stride = 1;
+  const std::vector<std::size_t> strides = ixtal::strides_of<std::size_t>(dims);
   for (std::size_t l = 0; l + 1 < dims.size(); ++l) {
     const std::size_t n = checked_count(dims[l]);
     next.clear();
@@ -111,9 +111,8 @@ std::vector<Value*> allocate_tree(Value& root, std::span<const ixSize> dims) {
     for (const node& parent : level) {
       *parent.value = Value(Array(n));
       Value* children = parent.value->as_array().data();
-      for (std::size_t i = 0; i < n; ++i) next.push_back({children + i, parent.offset + i * stride});
+      for (std::size_t i = 0; i < n; ++i) next.push_back({children + i, parent.offset + i * strides[l]});
     }
-    stride *= n;
     level.swap(next);
   }
   const std::size_t last = checked_count(dims.back());

@@ -49,6 +49,8 @@ filter<Keep, T...> filter_list(type_list<T...>);
 template <class T>
 struct element_traits {
   using type = T;
+  // Spelled ixtal::class_of_element<T>::id elsewhere; kept until code in
+  // flight stops using it.
   static constexpr ixClassID class_id = ixtal::class_of_element<T>::id;
   static constexpr IxtalType ixtal_type = IxtalType(type_search::index_of<T>(ixtal_element_types{}));
   // The host class name, which is also the "tntype" name.

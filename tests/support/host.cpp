@@ -5,6 +5,7 @@
 #include <boost/variant/get.hpp>
 #include <sstream>
 
+#include "ixtal/shape.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/testing.hpp"
 #include "ixtal/text.hpp"
@@ -93,7 +94,8 @@ owned_array make_strings(const std::vector<std::optional<std::u16string>>& texts
 }
 
 std::vector<ixSize> dims_of(const ixArray* a) {
-  return std::vector<ixSize>(ixGetDimensions(a), ixGetDimensions(a) + ixGetNumberOfDimensions(a));
+  const auto dims = ixtal::dims_of(a);
+  return std::vector<ixSize>(dims.begin(), dims.end());
 }
 
 bool sanitized() {

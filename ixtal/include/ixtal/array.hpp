@@ -65,6 +65,13 @@ class IXTAL_API ixDimensionList {
   ~ixDimensionList() { release(); }
 
   void assign(const ixSize* first, const ixSize* last);
+  // Two sizes, held in place: a matrix, nearly every array.
+  void assign_matrix(ixSize m, ixSize n) noexcept {
+    release();
+    in_place_[0] = m;
+    in_place_[1] = n;
+    size_ = 2;
+  }
   void push_back(ixSize d) {
     if (size_ == capacity_) grow(2 * std::size_t(capacity_));
     ptr()[size_++] = d;
@@ -113,6 +120,11 @@ struct ixArrayExtra {
   std::vector<bool> missing;          // string arrays: which elements are missing
   std::string class_name;             // function handles, opaque and class objects
   std::vector<std::uint64_t> sparse_rows, sparse_cols;  // sparse: row index and column start per entry
+
+  // From the runtime's pool of small blocks, as records are: every decoded
+  // structure has one.
+  IXTAL_API static void* operator new(std::size_t bytes);
+  IXTAL_API static void operator delete(void* block, std::size_t bytes) noexcept;
 };
 
 // The array record. Its members are the runtime's; builtins use the
@@ -123,6 +135,7 @@ struct IXTAL_API ixArray_tag {
   bool complex : 1 = false;
   bool sparse : 1 = false;
   bool data_in_record : 1 = false;  // data share the record's allocation (small arrays)
+  unsigned block_class : 3 = 0;     // the record pool's size class of the block (0: from the heap)
   int scope = 0;
   ixDimensionList dims;  // at least two entries
   // Numeric, logical, char: numel elements (pairs if complex), right after

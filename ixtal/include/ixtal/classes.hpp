@@ -6,6 +6,7 @@
 // to add a class, add its ID to ixClassID (array.hpp) and its row here.
 
 #include <array>
+#include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -136,8 +137,15 @@ constexpr auto find_row(type_list<Row, Rest...>) {
 }
 }  // namespace detail
 
-// The row of the class whose elements are of type T.
+namespace detail {
+template <class T> struct element_row { using type = decltype(find_row<T>(classes{})); };
+template <class T> struct element_row<std::complex<T>> : element_row<T> {};
+}  // namespace detail
+
+// The row of the class whose elements are of type T (a complex T: its
+// part's). The one way to go from an element type to its class:
+// class_of_element<T>::id, ::name, ::numeric.
 template <class T>
-using class_of_element = decltype(detail::find_row<T>(classes{}));
+using class_of_element = typename detail::element_row<T>::type;
 
 }  // namespace ixtal

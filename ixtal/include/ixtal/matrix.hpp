@@ -31,13 +31,6 @@ using owned_array = std::unique_ptr<ixArray, array_deleter>;
 
 inline owned_array from_ixtal(ixArray* a) noexcept { return owned_array(a); }
 
-// The class ID that holds elements of type T (complex types map to their
-// part's class).
-template <class T> struct class_id_of {
-  static constexpr ixClassID value = ixtal::class_of_element<T>::id;
-};
-template <class T> struct class_id_of<std::complex<T>> : class_id_of<T> {};
-
 template <class T> struct is_complex : std::false_type {};
 template <class T> struct is_complex<std::complex<T>> : std::true_type {};
 
@@ -62,7 +55,7 @@ IXTAL_API void do_legacy_ix_error(const foundation::core::except::IMsgIDExceptio
 template <class T>
 owned_array create_numeric(std::size_t ndim, const ixSize* dims, bool uninitialised = false) {
   const ixComplexity cx = is_complex<T>::value ? ixCOMPLEX : ixREAL;
-  const ixClassID cls = class_id_of<T>::value;
+  const ixClassID cls = ixtal::class_of_element<T>::id;
   if constexpr (std::is_same_v<T, bool>) return owned_array(ixCreateLogicalArray(ndim, dims));
   else if constexpr (std::is_same_v<T, char16_t>) return owned_array(ixCreateCharArray(ndim, dims));
   else
@@ -81,7 +74,8 @@ class typed_array {
  public:
   explicit typed_array(const ixArray* a) : a_(a) {
     if (!detail::isValidClassId(ixGetClassID(a))) detail::rejectInvalidClassId(a);
-    if (ixGetClassID(a) != class_id_of<T>::value) detail::rejectClassId(a, class_id_of<T>::value);
+    constexpr ixClassID cls = ixtal::class_of_element<T>::id;
+    if (ixGetClassID(a) != cls) detail::rejectClassId(a, cls);
     if (ixIsSparse(a) || ixIsComplex(a) != is_complex<T>::value) detail::rejectArrayShape(a);
   }
   const T* begin() const noexcept { return static_cast<const T*>(ixGetData(a_)); }

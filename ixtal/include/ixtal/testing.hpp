@@ -2,8 +2,9 @@
 
 // Hooks for tests: counting live arrays, and making array creation or the
 // runtime's heap blocks fail.
-// Both are off the normal path: counting is a relaxed atomic add, and the
-// failure hook costs one relaxed load while it is off.
+// Both are off the normal path: each thread counts its own arrays in a
+// counter no other thread writes, and the failure hook costs one relaxed
+// load while it is off.
 
 #include <cstdint>
 
@@ -12,7 +13,9 @@
 
 namespace ixtal::testing {
 
-// Arrays created and not yet destroyed, process-wide.
+// Arrays created and not yet destroyed, process-wide: the sum of every
+// thread's count, exact once the threads that made or destroyed arrays
+// have finished (or are between arrays).
 IXTAL_API std::int64_t live_arrays() noexcept;
 
 // After n more successful creations, every array creation raises the host's

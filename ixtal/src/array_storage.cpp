@@ -1,0 +1,384 @@
+// Where array records live and how they go: their blocks, the count of
+// arrays alive, and destruction.
+//
+// A decode makes an array per value, a hundred thousand for a response of
+// 20,000 records, and destroys them all together later; on two threads at
+// once. Two things made that slow and stopped it scaling: the heap's work
+// per small block (more than the decoder's own per value), and one
+// process-wide counter of live arrays that every creation and destruction
+// wrote, whose cache line then moved between the cores on every array.
+// So blocks of records with their small data come from a pool each thread
+// keeps, and each thread counts its own arrays; the test hook sums the
+// counts.
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "array_record.hpp"
+#include "ixtal/memory.hpp"
+
+namespace ixtal::detail {
+
+namespace {
+
+// --- live counts ---------------------------------------------------------------
+
+// One thread's count of arrays made less arrays destroyed (negative when it
+// destroys what others made). Only its thread writes it, with a plain load
+// and store; the hook reads all of them. Slots are never freed: a thread
+// that ends leaves its count for the next thread that takes the slot, so
+// the sum stays exact.
+struct CountSlot {
+  std::atomic<std::int64_t> live{0};
+  std::atomic<bool> taken{false};
+  CountSlot* next = nullptr;
+};
+std::atomic<CountSlot*> g_slots{nullptr};
+// Arrays made or destroyed by a thread that has no slot: one that could not
+// get one, or that is ending and has given its slot back.
+std::atomic<std::int64_t> g_unattached{0};
+
+CountSlot* take_slot() noexcept {
+  for (CountSlot* s = g_slots.load(std::memory_order_acquire); s; s = s->next) {
+    bool free = false;
+    if (!s->taken.load(std::memory_order_relaxed) &&
+        s->taken.compare_exchange_strong(free, true, std::memory_order_acquire))
+      return s;
+  }
+  // From malloc: a slot outlives every test that watches the heap.
+  void* room = std::calloc(1, sizeof(CountSlot));
+  if (!room) return nullptr;
+  CountSlot* s = new (room) CountSlot;
+  s->taken.store(true, std::memory_order_relaxed);
+  s->next = g_slots.load(std::memory_order_relaxed);
+  while (!g_slots.compare_exchange_weak(s->next, s, std::memory_order_release, std::memory_order_relaxed)) {
+  }
+  return s;
+}
+
+std::atomic<std::int64_t> g_fail_after{-1};
+
+void count_creation() {
+  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
+  while (left >= 0) {
+    if (left == 0) out_of_memory();
+    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
+  }
+}
+
+// --- the record pool -------------------------------------------------------------
+
+// A sanitizer sees each block from the heap alone: a leaked array is then
+// reported where it was made, not hidden among a pool's free blocks.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kPooled = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+constexpr bool kPooled = false;
+#else
+constexpr bool kPooled = true;
+#endif
+#else
+constexpr bool kPooled = true;
+#endif
+
+// Blocks of 64 to 320 bytes, in steps of a cache line: a record and up to
+// kDataInRecord bytes of data. A record of one thread then never shares a
+// line with a record of another.
+constexpr std::size_t kLine = 64;
+constexpr unsigned kClasses = (sizeof(ixArray) + kDataInRecord + kLine - 1) / kLine;
+static_assert(kClasses < 8, "a size class fits the record's three bits");
+static_assert(sizeof(ixArray) == 48, "a scalar's record and data fill one line");
+
+// Free blocks are carved from slabs of this size and never go back to the
+// heap: the pool holds at most what the most records alive at once took.
+constexpr std::size_t kSlab = std::size_t(64) << 10;
+// A thread keeps up to this many bytes of free blocks of each class for
+// itself, more than a decode of 20,000 records makes: a thread that reuses
+// its own blocks finds them in its own cache, in the order it last used
+// them (blocks handed through the depot in batches of 512, mixed from
+// several threads, made a records decode 40% slower). So the depot
+// sees a thread's blocks only as one long list, when the thread ends or
+// when it holds more than this (a thread that only destroys what others
+// make), and then it gives up the older half.
+constexpr std::size_t kKeepBytes = std::size_t(8) << 20;
+
+struct FreeBlock {
+  FreeBlock* next;
+  FreeBlock* next_chain;  // in the depot: the next chain of the class
+  std::uint32_t count;    // in the depot: blocks in this chain
+};
+
+// Free blocks no thread holds, as chains of a class, taken and given a
+// chain at a time.
+class Depot {
+ public:
+  void put(unsigned cls, FreeBlock* head, std::uint32_t count) noexcept {
+    head->count = count;
+    const std::lock_guard lock(mutex_);
+    head->next_chain = chains_[cls];
+    chains_[cls] = head;
+  }
+  // A chain of free blocks of the class, carved from a new slab when none
+  // is kept; null when no memory can be had.
+  FreeBlock* take(unsigned cls, std::uint32_t& count) noexcept {
+    {
+      const std::lock_guard lock(mutex_);
+      if (FreeBlock* head = chains_[cls]) {
+        chains_[cls] = head->next_chain;
+        count = head->count;
+        return head;
+      }
+    }
+    void* slab = std::aligned_alloc(kLine, kSlab);
+    if (!slab) return nullptr;
+    const std::size_t size = cls * kLine;
+    auto* at = static_cast<unsigned char*>(slab);
+    FreeBlock* head = nullptr;
+    count = 0;
+    for (std::size_t offset = kSlab / size * size; offset >= size; offset -= size) {
+      auto* b = reinterpret_cast<FreeBlock*>(at + offset - size);
+      b->next = head;
+      head = b;
+      ++count;
+    }
+    return head;
+  }
+  // One block, for a thread that keeps none.
+  void* take_one(unsigned cls) noexcept {
+    std::uint32_t count = 0;
+    FreeBlock* head = take(cls, count);
+    if (head && count > 1) put(cls, head->next, count - 1);
+    return head;
+  }
+
+ private:
+  std::mutex mutex_;
+  FreeBlock* chains_[kClasses + 1] = {};
+};
+
+// Never destroyed: records may die while other statics do.
+Depot& depot() noexcept {
+  static Depot* const d = new Depot;
+  return *d;
+}
+
+struct FreeList {
+  FreeBlock* head = nullptr;
+  std::uint32_t count = 0;
+};
+
+// What a thread keeps: its count and its free blocks.
+struct ThreadState {
+  CountSlot* counts = take_slot();
+  FreeList free[kClasses + 1];
+
+  ~ThreadState() {
+    for (unsigned cls = 1; cls <= kClasses; ++cls)
+      if (free[cls].head) depot().put(cls, free[cls].head, free[cls].count);
+    if (counts) counts->taken.store(false, std::memory_order_release);
+  }
+
+  void* take(unsigned cls) noexcept {
+    FreeList& list = free[cls];
+    if (!list.head && !(list.head = depot().take(cls, list.count))) return nullptr;
+    FreeBlock* b = list.head;
+    list.head = b->next;
+    --list.count;
+    return b;
+  }
+
+  void give(unsigned cls, void* block) noexcept {
+    FreeList& list = free[cls];
+    FreeBlock* b = static_cast<FreeBlock*>(block);
+    b->next = list.head;
+    list.head = b;
+    if (std::size_t(++list.count) * cls * kLine <= kKeepBytes) return;
+    const std::uint32_t kept = list.count / 2;
+    FreeBlock* last_kept = list.head;
+    for (std::uint32_t i = 1; i < kept; ++i) last_kept = last_kept->next;
+    depot().put(cls, last_kept->next, list.count - kept);
+    last_kept->next = nullptr;
+    list.count = kept;
+  }
+};
+
+// The state is reached through a plain pointer, so that the common case
+// costs one thread-local load and no guard; the object itself is made on a
+// thread's first array and given back when the thread ends. After that (a
+// thread-local of the host destroying arrays as the thread ends) the
+// thread goes without: heap blocks and the shared count.
+thread_local ThreadState* t_state = nullptr;
+thread_local bool t_ended = false;
+
+struct StateOwner {
+  ThreadState state;
+  StateOwner() noexcept { t_state = &state; }
+  ~StateOwner() {
+    t_state = nullptr;
+    t_ended = true;
+  }
+};
+
+[[gnu::noinline]] ThreadState* attach() noexcept {
+  if (t_ended) return nullptr;
+  static thread_local StateOwner owner;
+  return t_state;
+}
+
+inline ThreadState* state() noexcept {
+  ThreadState* s = t_state;
+  return __builtin_expect(s != nullptr, 1) ? s : attach();
+}
+
+inline void count(ThreadState* s, std::int64_t delta) noexcept {
+  if (s && s->counts) s->counts->live.store(s->counts->live.load(std::memory_order_relaxed) + delta,
+                                            std::memory_order_relaxed);
+  else g_unattached.fetch_add(delta, std::memory_order_relaxed);
+}
+
+inline unsigned size_class(std::size_t bytes) noexcept { return unsigned((bytes + kLine - 1) / kLine); }
+
+// A pooled block of class cls (null when no memory can be had), and back.
+// A thread without its state goes to the depot itself.
+inline void* take_block(unsigned cls, ThreadState* s) noexcept {
+  if (allocation_refused()) return nullptr;
+  return s ? s->take(cls) : depot().take_one(cls);
+}
+inline void give_block(unsigned cls, void* block, ThreadState* s) noexcept {
+  if (s) return s->give(cls, block);
+  auto* b = static_cast<FreeBlock*>(block);
+  b->next = nullptr;
+  depot().put(cls, b, 1);
+}
+
+}  // namespace
+
+// --- the record's block -------------------------------------------------------------
+
+ixArray* new_record(std::size_t data_bytes) {
+  count_creation();
+  const std::size_t bytes = sizeof(ixArray) + data_bytes;
+  ThreadState* const s = state();
+  void* block;
+  unsigned cls = 0;
+  if constexpr (kPooled) {
+    cls = size_class(bytes);
+    if (!(block = take_block(cls, s))) out_of_memory();
+  } else {
+    block = ::operator new(bytes);
+  }
+  ixArray* a = new (block) ixArray;
+  a->block_class = cls;
+  if (data_bytes) {
+    a->data = reinterpret_cast<unsigned char*>(block) + sizeof(ixArray);
+    a->data_in_record = true;
+  }
+  count(s, 1);
+  return a;
+}
+static_assert(sizeof(ixArray) + kDataInRecord <= kClasses * kLine, "every record block has a class");
+static_assert(sizeof(ixArray) % alignof(double) == 0, "data after the record are aligned for any element");
+
+namespace {
+
+// Releases a record whose contents are released already.
+void free_record(ixArray* a, ThreadState* s) noexcept {
+  const unsigned cls = a->block_class;
+  a->~ixArray();
+  if (cls) give_block(cls, a, s);
+  else ::operator delete(a);
+  count(s, -1);
+}
+
+}  // namespace
+
+ixArray** new_slots(std::size_t n) {
+  if (n == 0) return nullptr;
+  if (n > kMaxArrayBytes / sizeof(ixArray*)) out_of_memory();
+  void* p = ixtal::allocate_zeroed(n, sizeof(ixArray*));
+  if (!p) out_of_memory();
+  return static_cast<ixArray**>(p);
+}
+
+std::int64_t live_arrays() noexcept {
+  std::int64_t n = g_unattached.load(std::memory_order_relaxed);
+  for (CountSlot* s = g_slots.load(std::memory_order_acquire); s; s = s->next)
+    n += s->live.load(std::memory_order_relaxed);
+  return n;
+}
+
+void fail_creations_after(std::int64_t n) noexcept { g_fail_after.store(n < 0 ? -1 : n, std::memory_order_relaxed); }
+
+}  // namespace ixtal::detail
+
+// --- destruction --------------------------------------------------------------------
+
+using namespace ixtal::detail;
+
+void ixDestroyArray(ixArray* a) noexcept {
+  if (!a) return;  // what replacing an unset element destroys
+  // Iterative, so that however deep cells nest the host's stack is safe:
+  // each array's elements are taken over into the work list before it dies.
+  std::vector<ixArray*> pending;
+  ThreadState* const s = state();
+  while (a) {
+    const std::size_t count = a->data && holds_slots(a) ? slot_count(a) : 0;
+    for (std::size_t i = 0; i < count; ++i)
+      if (ixArray* e = slots(a)[i]) {
+        try {
+          pending.push_back(e);
+        } catch (...) {
+          ixDestroyArray(e);  // no memory for the list: fall back to recursion
+        }
+      }
+    if (!a->data_in_record) ixtal::release_large(a->data);
+    free_record(a, s);
+    a = nullptr;
+    if (!pending.empty()) {
+      a = pending.back();
+      pending.pop_back();
+    }
+  }
+}
+
+// --- what only some classes hold ------------------------------------------------------
+
+void* ixArrayExtra::operator new(std::size_t bytes) {
+  if constexpr (kPooled) {
+    static_assert(sizeof(ixArrayExtra) <= kClasses * kLine);
+    if (void* block = take_block(size_class(bytes), state())) return block;
+    throw std::bad_alloc();
+  }
+  return ::operator new(bytes);
+}
+
+void ixArrayExtra::operator delete(void* block, std::size_t bytes) noexcept {
+  if constexpr (kPooled) give_block(size_class(bytes), block, state());
+  else ::operator delete(block);
+}
+
+// --- the dimension list ---------------------------------------------------------------
+
+void ixDimensionList::assign(const ixSize* first, const ixSize* last) {
+  const std::size_t n = std::size_t(last - first);
+  if (n > capacity_) {
+    release();
+    size_ = 0;
+    grow(n);
+  }
+  std::copy(first, last, ptr());
+  size_ = std::uint32_t(n);
+}
+
+void ixDimensionList::grow(std::size_t capacity) {
+  ixSize* bigger = new ixSize[capacity];
+  std::copy(ptr(), ptr() + size_, bigger);
+  if (capacity_ > kInPlace) delete[] heap_;
+  heap_ = bigger;
+  capacity_ = std::uint32_t(capacity);
+}
