@@ -245,19 +245,6 @@ ixSize TextReader::countable(const Char* p, const dims_vector& dims, ixSize per_
   return n;
 }
 
-matrix::owned_array TextReader::large_data(const Char*& p, IxtalType type, const dims_vector& dims, bool complex) {
-  return dispatch_on_IxtalType(type, [&](auto tag) -> matrix::owned_array {
-    constexpr IxtalType X = decltype(tag)::value;
-    if constexpr (is_numeric_type(X)) return flat_data<element_type_of<X>>(p, dims, complex);
-    else if constexpr (X == IxtalType::kLogical) return flat_data<bool>(p, dims, false);
-    else if constexpr (X == IxtalType::kChar) return char_data(p, dims);
-    else if constexpr (X == IxtalType::kCell) return cell_data(p, dims);
-    else if constexpr (X == IxtalType::kStruct) return struct_data(p, dims);
-    else if constexpr (X == IxtalType::kString) return string_data(p, dims);
-    else decline();  // no class objects or enumerations in this host
-  });
-}
-
 // One value a slot, a pair of slots per complex element (stored
 // interleaved), each through the class's element rule.
 template <class T>
@@ -301,6 +288,19 @@ void TextReader::element(const Char*& p, T& out) {
   }
 }
 
+matrix::owned_array TextReader::large_data(const Char*& p, IxtalType type, const dims_vector& dims, bool complex) {
+  return dispatch_on_IxtalType(type, [&](auto tag) -> matrix::owned_array {
+    constexpr IxtalType X = decltype(tag)::value;
+    if constexpr (is_numeric_type(X)) return flat_data<element_type_of<X>>(p, dims, complex);
+    else if constexpr (X == IxtalType::kLogical) return flat_data<bool>(p, dims, false);
+    else if constexpr (X == IxtalType::kChar) return char_data(p, dims);
+    else if constexpr (X == IxtalType::kCell) return cell_data(p, dims);
+    else if constexpr (X == IxtalType::kStruct) return struct_data(p, dims);
+    else if constexpr (X == IxtalType::kString) return string_data(p, dims);
+    else decline();  // no class objects or enumerations in this host
+  });
+}
+
 matrix::owned_array TextReader::char_data(const Char*& p, const dims_vector& dims) {
   if (!g_.at(p, '[')) decline();
   std::size_t count = 0;
@@ -332,11 +332,18 @@ matrix::owned_array TextReader::cell_data(const Char*& p, const dims_vector& dim
 // Each field's values gather in turn; the structure is made once all are
 // read, its fields in byte order of their names.
 matrix::owned_array TextReader::struct_data(const Char*& p, const dims_vector& dims) {
-  if (!g_.at(p, '{')) decline();
-  const ixSize n = element_count(dims);
-  if (n == kUncountable) decline();
+  if (element_count(dims) == kUncountable) decline();
   const Mark mark(elements_);
-  std::vector<std::string> names;  // field k's values start at mark + k * n
+  std::vector<std::string> names;
+  std::vector<std::size_t> counts;
+  read_fields(p, names, counts);
+  return struct_from(dims, names, counts, mark.at);
+}
+
+// The object at p, one name a field (the first of repeated names counts),
+// each a list of values pushed on elements_ in turn.
+void TextReader::read_fields(const Char*& p, std::vector<std::string>& names, std::vector<std::size_t>& counts) {
+  if (!g_.at(p, '{')) decline();
   Names seen;
   std::string name;
   ok(g_.members(p, name, [&](std::string& key, const Char*& q) {
@@ -345,23 +352,128 @@ matrix::owned_array TextReader::struct_data(const Char*& p, const dims_vector& d
     if (!g_.at(q, '[')) decline();
     const std::size_t first = elements_.size();
     ok(g_.elements(q, [&](const Char*& r) {
-      if (elements_.size() - first == n) decline();
       elements_.push_back(value(r));
       return fj::kParseOk;
     }));
-    if (elements_.size() - first != n) decline();
     names.push_back(std::move(key));
+    counts.push_back(elements_.size() - first);
     return fj::kParseOk;
   }));
+}
+
+matrix::owned_array TextReader::struct_from(const dims_vector& dims, const std::vector<std::string>& names,
+                                            const std::vector<std::size_t>& counts, std::size_t mark) {
+  const ixSize n = element_count(dims);
+  if (n == kUncountable) decline();
+  for (std::size_t c : counts)
+    if (c != n) decline();
   const std::vector<std::size_t> order = field_order(names);
   std::vector<std::string> sorted;
   for (std::size_t k : order) sorted.push_back(names[k]);
   matrix::owned_array s(ixCreateStructArray(dims.size(), dims.data(), int(sorted.size()), sorted.data()));
   for (std::size_t f = 0; f < order.size(); ++f) {
-    const std::size_t from = mark.at + order[f] * std::size_t(n);
+    const std::size_t from = mark + order[f] * std::size_t(n);
     for (ixSize i = 0; i < n; ++i) ixSetFieldByNumber(s.get(), i, int(f), elements_[from + i].release());
   }
   return s;
+}
+
+void TextReader::read_pending(const Char*& p, Pending& d) {
+  using Form = Pending::Form;
+  d.mark = elements_.size();
+  if (g_.at(p, '{')) {
+    d.form = Form::kFields;
+    return read_fields(p, d.names, d.counts);
+  }
+  if (!g_.at(p, '[')) return ok(g_.skip_value(p));  // no class takes it: read again to decline
+  d.form = Form::kNumbers;
+  ok(g_.elements(p, [&](const Char*& q) {
+    const Token t = g_.token(*q);
+    // A missing string: only a string array's data hold one, and they are
+    // read again once their class is known.
+    if (t == Token::kNull) d.form = Form::kUnread;
+    if (d.form == Form::kUnread) return g_.skip_value(q);
+    if (d.form == Form::kNumbers && t == Token::kNumber) {
+      double x;
+      ok(g_.number(q, x));
+      d.numbers.push_back(x);
+      if (!d.special.empty()) d.special.push_back(false);
+      return fj::kParseOk;
+    }
+    if (d.form == Form::kNumbers && t == Token::kObject) {
+      const Char* const start = q;
+      double x;
+      if (special_float(q, x)) {
+        d.special.resize(d.numbers.size(), false);
+        d.special.push_back(true);
+        d.numbers.push_back(x);
+        return fj::kParseOk;
+      }
+      q = start;  // a record, say: an element of a cell
+    }
+    if ((t == Token::kTrue || t == Token::kFalse) && d.numbers.empty() && d.form != Form::kElements) {
+      d.form = Form::kBooleans;
+      ok(g_.literal(q, t));
+      d.booleans.push_back(t == Token::kTrue);
+      return fj::kParseOk;
+    }
+    to_elements(d);
+    elements_.push_back(value(q));
+    return fj::kParseOk;
+  }));
+}
+
+// Data of mixed kinds can only be a cell's: what was gathered so far
+// becomes its first elements (one list at most holds any).
+void TextReader::to_elements(Pending& d) {
+  for (double x : d.numbers) elements_.push_back(scalar(x));
+  for (bool b : d.booleans) elements_.push_back(scalar(b));
+  d.numbers.clear();
+  d.booleans.clear();
+  d.form = Pending::Form::kElements;
+}
+
+// The array of the class from pending data, or null where the data must be
+// read again (a char or string array, or data no list form held).
+matrix::owned_array TextReader::from_pending(Pending& d, IxtalType type, const dims_vector& dims, bool complex) {
+  using Form = Pending::Form;
+  return dispatch_on_IxtalType(type, [&](auto tag) -> matrix::owned_array {
+    constexpr IxtalType X = decltype(tag)::value;
+    const ixSize n = element_count(dims);
+    if constexpr (is_numeric_type(X) || X == IxtalType::kLogical) {
+      using T = element_type_of<X>;
+      constexpr bool logical = X == IxtalType::kLogical;
+      const bool empty = d.numbers.empty() && d.booleans.empty();
+      if (d.form == Form::kUnread || d.form == Form::kElements || d.form == Form::kFields) decline();
+      if (!empty && (d.form == Form::kBooleans) != logical) decline();
+      const bool parts = complex && !logical;
+      const std::size_t count = logical ? d.booleans.size() : d.numbers.size();
+      if (n == kUncountable || count != (parts ? 2 * n : n)) decline();
+      matrix::owned_array a = uninitialised_array<T>(dims, parts);
+      T* const out = count ? data_of<T>(a) : nullptr;
+      for (std::size_t i = 0; i < count; ++i) {
+        if constexpr (logical) {
+          out[i] = d.booleans[i];
+        } else if (!d.special.empty() && d.special[i]) {
+          if constexpr (!std::is_floating_point_v<T>) decline();
+          else out[i] = static_cast<T>(d.numbers[i]);
+        } else if (!convert_number(d.numbers[i], out[i])) {
+          decline();
+        }
+      }
+      return a;
+    } else if constexpr (X == IxtalType::kCell) {
+      if (d.form == Form::kUnread || d.form == Form::kFields) decline();
+      to_elements(d);
+      if (!fills(elements_.size() - d.mark, dims)) decline();
+      return cell_from_stack(dims, d.mark);
+    } else if constexpr (X == IxtalType::kStruct) {
+      if (d.form != Form::kFields) decline();
+      return struct_from(dims, d.names, d.counts, d.mark);
+    } else {
+      return nullptr;
+    }
+  });
 }
 
 // A string a slot, or null for a missing one.

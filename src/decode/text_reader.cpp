@@ -107,11 +107,13 @@ struct TextReader::DecidingKeys {
   // the size came first. Read as real or complex, whichever was known.
   matrix::owned_array data;
   bool data_complex = false;
+  Pending pending;  // else, the data as read before the class and size
 };
 
 matrix::owned_array TextReader::object(const Char*& p) {
   DecidingKeys k;
   const FieldMark mark(fields_);
+  const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
@@ -165,7 +167,7 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
         q = start;
       }
     }
-    return ok(g_.skip_value(q));
+    return read_pending(q, k.pending);
   }
   const bool first_size = large_key && key == keys::tnsize && !k.size_at;
   const bool first_complex = large_key && key == keys::tncomplex && !k.complex_at;
@@ -238,7 +240,9 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
   const bool complex_matters = is_numeric_type(k.type);
   if (complex_matters && !k.complex_ok) decline();
   if (k.data && (!complex_matters || k.data_complex == k.complex)) return std::move(k.data);
-  // The data came before what says how to read them: read again, now.
+  if (k.pending.form != Pending::Form::kUnread)
+    if (matrix::owned_array a = from_pending(k.pending, k.type, k.dims, k.complex)) return a;
+  // Read again, now that the class and size are known.
   k.data.reset();
   const Char* q = k.data_at;
   return large_data(q, k.type, k.dims, k.complex);

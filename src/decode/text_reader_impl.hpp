@@ -51,6 +51,19 @@ class TextReader {
   };
   struct DecidingKeys;
 
+  // Data met before the class and size that say how to read them (as the
+  // encoder writes them: keys in byte order), read once in a form that
+  // every class they may turn out to be can take.
+  struct Pending {
+    enum class Form { kUnread, kNumbers, kBooleans, kElements, kFields } form = Form::kUnread;
+    std::vector<double> numbers;
+    std::vector<bool> special;  // numbers[i] came from a special float object; empty when none did
+    std::vector<bool> booleans;
+    std::size_t mark = 0;             // kElements, kFields: their values on elements_ from here
+    std::vector<std::string> names;   // kFields
+    std::vector<std::size_t> counts;  // kFields: values of each name
+  };
+
   // The names an object has given so far, to find a repeated one: a scan
   // while they are few, a hash beyond, so that a wide object stays linear.
   class Names {
@@ -114,6 +127,12 @@ class TextReader {
   matrix::owned_array char_data(const Char*& p, const dims_vector& dims);
   matrix::owned_array cell_data(const Char*& p, const dims_vector& dims);
   matrix::owned_array struct_data(const Char*& p, const dims_vector& dims);
+  void read_fields(const Char*& p, std::vector<std::string>& names, std::vector<std::size_t>& counts);
+  matrix::owned_array struct_from(const dims_vector& dims, const std::vector<std::string>& names,
+                                  const std::vector<std::size_t>& counts, std::size_t mark);
+  void read_pending(const Char*& p, Pending& d);
+  void to_elements(Pending& d);
+  matrix::owned_array from_pending(Pending& d, IxtalType type, const dims_vector& dims, bool complex);
   matrix::owned_array string_data(const Char*& p, const dims_vector& dims);
   // The number of elements of dims, when the rest of the text could hold
   // that many values of at least one unit each; else decline, before an

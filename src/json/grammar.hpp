@@ -189,7 +189,8 @@ class Grammar {
     return foundation::json::kParseOk;
   }
 
-  // [ element, ... ] at p: element(p) reads one value and returns its code.
+  // [ element, ... ] at p: element(p) reads one value and returns its code;
+  // it is never called at the end of the text.
   template <class Element>
   ParseResult elements(const Char*& p, Element&& element) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
@@ -208,6 +209,7 @@ class Grammar {
         if (*p != ',') return foundation::json::kCommaOrBracketExpected;
         ++p;
         skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
       }
     }
     ++p;
@@ -215,7 +217,8 @@ class Grammar {
   }
 
   // { "name": value, ... } at p: each name is read into name (as UTF-8),
-  // then member(name, p) reads the value and returns its code. Every member
+  // then member(name, p) reads the value (never at the end of the text)
+  // and returns its code. Every member
   // is reported, repeated names too: which one counts is the handler's rule.
   template <class Member>
   ParseResult members(const Char*& p, std::string& name, Member&& member) {
@@ -236,6 +239,7 @@ class Grammar {
         if (*p != ':') return foundation::json::kColonExpected;
         ++p;
         skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
         if (const ParseResult r = member(name, p); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
