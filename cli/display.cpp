@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ixtal/classes.hpp"
+#include "ixtal/notation.hpp"
 #include "ixtal/shape.hpp"
 #include "ixtal/string_array.hpp"
 #include "ixtal/text.hpp"
@@ -27,6 +28,9 @@ std::string format_real(double v, bool integral) {
 
 namespace {
 
+using ixtal::field_label;
+using ixtal::readable;
+using ixtal::subscripts;
 using Dims = std::vector<ixSize>;
 
 // Below this magnitude every integer-valued double prints exactly without
@@ -56,9 +60,6 @@ bool is_char(const ixArray* a) { return ixGetClassID(a) == ixCHAR_CLASS; }
 bool is_numeric_or_logical(const ixArray* a) {
   return !ixIsSparse(a) && (ixIsNumeric(a) || ixGetClassID(a) == ixLOGICAL_CLASS);
 }
-bool is_vector_shaped(const ixArray* a) {
-  return ixGetNumberOfDimensions(a) == 2 && (ixGetM(a) == 1 || ixGetN(a) == 1);
-}
 
 std::string header(const ixArray* a) {
   std::string h = join_dims(dims_of(a), "x") + " ";
@@ -67,53 +68,6 @@ std::string header(const ixArray* a) {
   h += is_string_array(a) ? "string" : ixGetClassName(a);
   if (ixGetClassID(a) == ixSTRUCT_CLASS && ixGetNumberOfFields(a) == 0) h += " with no fields";
   return h;
-}
-
-// Control characters would break the layout, so they are shown as escapes.
-std::string readable(std::u16string_view units) {
-  static const fl::i18n::codecvt_ustring_to_string to_utf8("UTF-8");
-  std::string out;
-  std::size_t run = 0;  // start of the units not yet converted
-  for (std::size_t i = 0; i < units.size(); ++i) {
-    const char16_t c = units[i];
-    if (c >= 0x20 && c != 0x7F && !(c >= 0x80 && c < 0xA0)) continue;
-    to_utf8.convert(units.data() + run, i - run, out);
-    run = i + 1;
-    char buffer[8];
-    switch (c) {
-      case u'\n': out += "\\n"; break;
-      case u'\r': out += "\\r"; break;
-      case u'\t': out += "\\t"; break;
-      case u'\0': out += "\\0"; break;
-      default:
-        std::snprintf(buffer, sizeof buffer, c < 0x80 ? "\\x%02x" : "\\u%04x", unsigned(c));
-        out += buffer;
-    }
-  }
-  to_utf8.convert(units.data() + run, units.size() - run, out);
-  return out;
-}
-
-// Subscripts of element i: "k" for vectors, "r,c,..." otherwise.
-std::string subscripts(const ixArray* a, ixSize i) {
-  if (is_vector_shaped(a)) return std::to_string(i + 1);
-  Dims sub;
-  for (ixSize d : dims_of(a)) {
-    sub.push_back(i % d + 1);
-    i /= d;
-  }
-  return join_dims(sub, ",");
-}
-
-bool is_identifier(const std::string& name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-  });
-}
-
-std::string field_label(const std::string& name) {
-  if (is_identifier(name)) return name;
-  return "'" + readable(fl::i18n::codecvt_string_to_ustring("UTF-8")(name)) + "'";
 }
 
 std::string string_element(const ixArray* a, ixSize i, std::size_t max_chars) {

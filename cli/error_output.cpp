@@ -59,7 +59,15 @@ std::string json_quoted(std::string_view utf8) {
 }
 
 void write_error_text(std::ostream& out, const Failure& f) {
-  out << "error: " << f.message << '\n' << "identifier: " << f.identifier << '\n';
+  out << "error: " << f.message << '\n';
+  if (const auto& where = f.location) {
+    out << "at " << (where->path.empty() ? "the top level" : where->path);
+    if (where->in_text)
+      out << " (line " << where->line << ", column " << where->column << ", byte offset " << where->offset << "):\n"
+          << "    " << where->context << "\n    " << std::string(where->caret, ' ') << '^';
+    out << '\n';
+  }
+  out << "identifier: " << f.identifier << '\n';
 }
 
 void write_error_json(std::ostream& out, const Failure& f) {
@@ -68,7 +76,15 @@ void write_error_json(std::ostream& out, const Failure& f) {
     if (i) line += ',';
     line += boost::apply_visitor(json_argument(), f.arguments[i]);
   }
-  line += "],\"message\":" + json_quoted(f.message) + "}\n";
+  line += "],\"message\":" + json_quoted(f.message);
+  if (const auto& where = f.location) {
+    line += ",\"location\":{\"path\":" + json_quoted(where->path);
+    if (where->in_text)
+      line += ",\"offset\":" + std::to_string(where->offset) + ",\"line\":" + std::to_string(where->line) +
+              ",\"column\":" + std::to_string(where->column);
+    line += '}';
+  }
+  line += "}\n";
   out << line;
 }
 

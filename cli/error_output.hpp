@@ -2,6 +2,7 @@
 
 // How a failed call reaches the person or the script that ran the command.
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -18,14 +19,23 @@ struct Failure {
   std::string identifier;
   std::vector<resource_core::MsgArg> arguments;
   std::string message;
+  std::optional<ixtal::ErrorLocation> location;  // where the value at fault lies, if the error names one
 
-  static Failure from(const ixtal::HostError& e) { return {e.identifier(), e.arguments(), e.what()}; }
+  static Failure from(const ixtal::HostError& e) {
+    Failure f{e.identifier(), e.arguments(), e.what(), std::nullopt};
+    if (e.location()) f.location = *e.location();
+    return f;
+  }
 };
 
 // text: the catalog message (parse errors carry their context and caret
-// lines in it), then the identifier on a line of its own.
+// lines in it); the location, if any, under it: "at PATH (line L, column
+// C, byte offset O):" and the context line with a caret, or "at PATH" for
+// a path through arrays; then the identifier on a line of its own.
 void write_error_text(std::ostream& out, const Failure& f);
-// json: exactly one line, {"identifier":...,"arguments":[...],"message":...}.
+// json: exactly one line, {"identifier":...,"arguments":[...],"message":...},
+// and "location":{"path":...,"offset":...,"line":...,"column":...} after
+// them when there is one (a path through arrays has the path alone).
 void write_error_json(std::ostream& out, const Failure& f);
 void write_error(std::ostream& out, const Failure& f, ErrorFormat format);
 

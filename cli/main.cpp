@@ -93,7 +93,7 @@ int write_output(const Options& o, const Output& out) {
   const std::string reason = std::strerror(errno);
   if (o.error_format == ErrorFormat::json)
     write_error_json(std::cerr, {"dovra-json:CannotWriteOutput", {std::string("standard output"), reason},
-                                 "cannot write standard output: " + reason});
+                                 "cannot write standard output: " + reason, std::nullopt});
   else
     std::cerr << "dovra-json: cannot write standard output: " << reason << "\n";
   return kExitError;

@@ -1,8 +1,10 @@
 #pragma once
 
 // What every builtin fuzzer needs: the text as the host passes it, a call
-// through the host gateway, and the check that nothing outlives the call.
+// through the host gateway, the check that an error's location lies in the
+// text, and the check that nothing outlives the call.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +23,21 @@ inline matrix::owned_array host_text(const std::uint8_t* data, std::size_t size)
   return ixtal::json_host::text(std::string_view(reinterpret_cast<const char*>(data), size));
 }
 
+// A location in the text must lie inside it, on the first byte of a value,
+// with the line, column and context that byte has. text: the char row the
+// decode builtin read.
+inline void check_location(const ixtal::HostError& e, const ixArray* text) {
+  const ixtal::ErrorLocation* at = e.location();
+  if (!at || !at->in_text) return;
+  if (ixGetClassID(text) != ixCHAR_CLASS || at->path.empty()) std::abort();
+  const std::string utf8 = ixtal::json_host::utf8(text);
+  if (at->offset >= utf8.size() || !std::strchr("\"-0123456789{[tfn", utf8[at->offset])) std::abort();
+  const std::size_t line_start = utf8.rfind('\n', at->offset) + 1;  // 0 when there is none
+  const auto lines = std::count(utf8.begin(), utf8.begin() + std::ptrdiff_t(at->offset), '\n');
+  if (at->line != std::uint64_t(lines + 1) || at->column != at->offset - line_start) std::abort();
+  if (at->caret >= at->context.size() || at->context[at->caret] != utf8[at->offset]) std::abort();
+}
+
 // Calls fn; a host error is a fine answer, anything else escapes and
 // crashes the fuzzer. Returns the result, or null after an error.
 inline matrix::owned_array call(BuiltinFunction fn, const std::vector<const ixArray*>& args) {
@@ -29,6 +46,7 @@ inline matrix::owned_array call(BuiltinFunction fn, const std::vector<const ixAr
     return out.empty() ? nullptr : std::move(out[0]);
   } catch (const ixtal::HostError& e) {
     if (std::string_view(e.identifier()).rfind("IXTAL:Unexpected", 0) == 0) std::abort();  // a stray exception
+    check_location(e, args.at(0));
     return nullptr;
   }
 }

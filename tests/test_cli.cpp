@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -101,11 +102,20 @@ Args parse_error(int line, int column, int offset, const std::string& context, i
           "\"    " + context + "\n    " + std::string(std::size_t(caret), ' ') + "^\""};
 }
 
+// Where a conversion error's value lies: its path, and its context line with
+// the caret under it.
+struct Where {
+  std::string path;
+  long offset, line, column;
+  std::string context;
+};
+
 // Runs a failing command in both error formats. The json report must be one
 // ASCII line that a JSON parser reads back to the expected identifier and
 // arguments, and the text report must carry the same message and identifier.
+// A conversion error's location comes after the message in both.
 void expect_error(std::vector<std::string> args, std::string_view input, const std::string& identifier,
-                  const Args& expected) {
+                  const Args& expected, const std::optional<Where>& where = std::nullopt) {
   SCOPED_TRACE(describe(args));
   args.insert(args.begin() + 1, {"--error-format", "json"});
   const Result json = dovra(args, input);
@@ -117,13 +127,25 @@ void expect_error(std::vector<std::string> args, std::string_view input, const s
   EXPECT_TRUE(std::all_of(json.err.begin(), json.err.end(), [](char c) { return c > 0 && c < 0x7F; })) << json.err;
 
   const auto report = dovra_json::parse(json.err.substr(0, json.err.size() - 1)).as_object();
-  ASSERT_EQ(report.size(), 3u) << json.err;
+  ASSERT_EQ(report.size(), where ? 4u : 3u) << json.err;
   EXPECT_EQ(report.at("identifier").get<std::string>(), identifier);
   Args arguments;
   for (const auto& a : report.at("arguments").get<foundation::json::Array>())
     arguments.push_back(a.is_double() ? std::to_string(long(a.as_double())) : "\"" + a.get<std::string>() + "\"");
   EXPECT_EQ(arguments, expected);
-  EXPECT_EQ(text.err, "error: " + report.at("message").get<std::string>() + "\nidentifier: " + identifier + "\n");
+  std::string located;
+  if (where) {
+    const auto& at = report.at("location").as_object();
+    EXPECT_EQ(at.at("path").get<std::string>(), where->path);
+    EXPECT_EQ(long(at.at("offset").as_double()), where->offset);
+    EXPECT_EQ(long(at.at("line").as_double()), where->line);
+    EXPECT_EQ(long(at.at("column").as_double()), where->column);
+    located = "at " + where->path + " (line " + std::to_string(where->line) + ", column " +
+              std::to_string(where->column) + ", byte offset " + std::to_string(where->offset) + "):\n    " +
+              where->context + "\n    " + std::string(std::size_t(where->column), ' ') + "^\n";
+  }
+  EXPECT_EQ(text.err,
+            "error: " + report.at("message").get<std::string>() + "\n" + located + "identifier: " + identifier + "\n");
 }
 
 // --- the command line ---------------------------------------------------------
@@ -338,19 +360,38 @@ TEST(CliErrors, BothFormatsReportTheBuiltinsErrorAndItsArguments) {
     std::vector<std::string> args;
     const char* identifier;
     Args arguments;
+    std::optional<Where> where = std::nullopt;
   } rows[] = {
       {{"decode", "--text", "{\"a\" 1}"}, "DOVRA:IXTAL:JSON:DecodeObjectNoColonAfterName", parse_error(1, 5, 5, "{\"a\" 1}", 5)},
       // The context line carries non-ASCII text and control characters.
       {{"decode", "--text", "[\"\xC3\xA9\xF0\x9F\x98\x80\",\t\x01]"}, "DOVRA:IXTAL:JSON:DecodeUnexpectedValue",
        parse_error(1, 11, 11, "[\"\xC3\xA9\xF0\x9F\x98\x80\",\t\x01]", 11)},
       {{"decode", "--text", "\"a\\qb\""}, "DOVRA:IXTAL:JSON:DecodeCharInvalidEscape", parse_error(1, 2, 2, "\"a\\qb\"", 2)},
-      {{"decode", "--text", "[1,true]"}, "DOVRA:IXTAL:JSON:DecodeArrayInconsistentTypes", {"\"double\"", "\"logical\""}},
-      {{"decode", "--lhs", "--text", "{\"lhs\":[null]}"}, "DOVRA:IXTAL:JSON:DecodeNullNotSupported", {}},
+      {{"decode", "--text", "[1,true]"}, "DOVRA:IXTAL:JSON:DecodeArrayInconsistentTypes", {"\"double\"", "\"logical\""},
+       Where{"$[1]", 3, 1, 3, "[1,true]"}},
+      {{"decode", "--lhs", "--text", "{\"lhs\":[null]}"}, "DOVRA:IXTAL:JSON:DecodeNullNotSupported", {},
+       Where{"$.lhs[0]", 8, 1, 8, "{\"lhs\":[null]}"}},
       {{"encode", "--format", "Large", "--text", "1"}, "IXTAL:class:InvalidArgument", {"\"format\"", "\"format\""}},
       {{"encode", "--format", "", "--text", "1"}, "IXTAL:class:InvalidArgument", {"\"format\"", "\"format\""}},
       {{"encode", "--nan-inf", "strings", "--text", "1"}, "IXTAL:class:InvalidArgument", {"\"nanInfType\"", "\"nanInfType\""}},
   };
-  for (const auto& row : rows) expect_error(row.args, "", row.identifier, row.arguments);
+  for (const auto& row : rows) expect_error(row.args, "", row.identifier, row.arguments, row.where);
+}
+
+// An encode error names the path through the arrays: 333 structures nested
+// in large notation leave the double inside no room.
+TEST(CliErrors, AnEncodeErrorNamesThePathThroughTheArrays) {
+  std::string doc = "1", path;
+  for (int k = 0; k < 333; ++k) {
+    doc = "{\"f\":" + doc + "}";
+    path += ".f";
+  }
+  const Result text = dovra({"encode", "--text", doc}, "");
+  EXPECT_EQ(text.status, 1);
+  EXPECT_NE(text.err.find("\nat " + path + "\nidentifier: DOVRA:IXTAL:JSON:EncodeNestingTooDeep\n"), std::string::npos)
+      << text.err;
+  const Result json = dovra({"encode", "--error-format", "json", "--text", doc}, "");
+  EXPECT_NE(json.err.find(",\"location\":{\"path\":\"" + path + "\"}}\n"), std::string::npos) << json.err;
 }
 
 // --- the README ------------------------------------------------------------------

@@ -28,10 +28,10 @@ std::map<std::string, BuiltinFunction, std::less<>>& globals() {
   throw HostError(keyed(key, std::move(args)));
 }
 
-// The one place where whatever a call raised becomes the host's error: a
-// catalogued error keeps its identifier, running out of memory is
-// "IXTAL:nomem", anything else "IXTAL:UnexpectedException".
-[[noreturn]] void rethrow_as_host_error() {
+}  // namespace
+
+// The one place where whatever a call raised becomes the host's error.
+void rethrow_as_host_error() {
   try {
     throw;
   } catch (const HostError&) {
@@ -46,8 +46,6 @@ std::map<std::string, BuiltinFunction, std::less<>>& globals() {
     raise("UnexpectedException", {std::string("an exception of unknown type")});
   }
 }
-
-}  // namespace
 
 std::vector<matrix::owned_array> call_builtin(BuiltinFunction fn, int nlhs, const std::vector<const ixArray*>& args) {
   std::vector<ixArray*> plhs;

@@ -34,20 +34,25 @@ class Error(ValueError):
         message: the catalog's message with the arguments filled in (also
             str(error)). For a parse error it ends with the context line and
             a caret under the failing byte.
-        line, column, offset: where a parse error was found, as the
-            message gives them (line from 1; column and offset in bytes of
-            the UTF-8 text, from 0); None for every other error.
-        path: where in the value a conversion failed; None for now.
+        line, column, offset: where in the text a parse error was found,
+            or the value a decode conversion error is about (line from 1;
+            column and offset in bytes of the UTF-8 text, from 0); None for
+            every other error.
+        path: where a conversion failed: in the document for decode
+            ("$.lhs[12].pos[1]"), in the value for encode ("{3}.meta(2)");
+            None for every other error.
     """
 
-    def __init__(self, message, identifier, arguments, path=None):
+    def __init__(self, message, identifier, arguments, path=None, where=None):
         super().__init__(message)
         self.message = message
         self.identifier = identifier
         self.arguments = tuple(arguments)
         self.path = path
         self.line = self.column = self.offset = None
-        if self.arguments and isinstance(self.arguments[0], str):
+        if where is not None:
+            self.offset, self.line, self.column = where
+        elif self.arguments and isinstance(self.arguments[0], str):
             found = _POSITION.search(self.arguments[0])
             if found and identifier.startswith("DOVRA:IXTAL:JSON:Decode"):
                 self.line, self.column, self.offset = (int(g) for g in found.groups())
@@ -56,7 +61,8 @@ class Error(ValueError):
         return self.message
 
     def __reduce__(self):
-        return (type(self), (self.message, self.identifier, self.arguments, self.path))
+        where = None if self.offset is None or self.path is None else (self.offset, self.line, self.column)
+        return (type(self), (self.message, self.identifier, self.arguments, self.path, where))
 
 
 _native._set_error_class(Error)

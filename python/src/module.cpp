@@ -37,7 +37,14 @@ py::object argument(const resource_core::MsgArg& a) {
 [[noreturn]] void raise(const ixtal::HostError& e) {
   py::list args;
   for (const auto& a : e.arguments()) args.append(argument(a));
-  PyErr_SetObject(error_class().ptr(), error_class()(e.what(), e.identifier(), py::tuple(args)).ptr());
+  // A conversion error says where: the path always, the place in the text
+  // when it is about a value of the text.
+  py::object path = py::none(), where = py::none();
+  if (const ixtal::ErrorLocation* at = e.location()) {
+    path = py::str(at->path);
+    if (at->in_text) where = py::make_tuple(at->offset, at->line, at->column);
+  }
+  PyErr_SetObject(error_class().ptr(), error_class()(e.what(), e.identifier(), py::tuple(args), path, where).ptr());
   throw py::error_already_set();
 }
 

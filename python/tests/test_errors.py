@@ -13,31 +13,39 @@ import dovra_json as dj
 TOO_DEEP = 1001
 
 
-@pytest.mark.parametrize("text, identifier, arguments, position", [
+INT8 = '{"tntype":"int8","tnsize":[1,1],"tndata":[300]}'
+QUUX = '{"tntype":"quux","tnsize":[1,1],"tndata":[1]}'
+
+
+# position: (line, column, offset) of the failing byte (parse errors) or of
+# the value a conversion error is about; path: that value's path.
+@pytest.mark.parametrize("text, identifier, arguments, position, path", [
     ("[1,\n 2,", "DOVRA:IXTAL:JSON:DecodeIncomplete",
-     ("JSON syntax error at line 2, column 3 (byte offset 7)", "     2,\n       ^"), (2, 3, 7)),
-    ('"\\x"', "DOVRA:IXTAL:JSON:DecodeCharInvalidEscape", None, (1, 1, 1)),
-    ("null", "DOVRA:IXTAL:JSON:DecodeNullNotSupported", (), None),
-    ('{"tntype":"int8","tnsize":[1,1],"tndata":[300]}', "DOVRA:IXTAL:JSON:DecodeInvalidIntegralElem", ("int8",), None),
-    ('{"tntype":"quux","tnsize":[1,1],"tndata":[1]}', "DOVRA:IXTAL:JSON:DecodeInvalidTNType", ("quux",), None),
+     ("JSON syntax error at line 2, column 3 (byte offset 7)", "     2,\n       ^"), (2, 3, 7), None),
+    ('"\\x"', "DOVRA:IXTAL:JSON:DecodeCharInvalidEscape", None, (1, 1, 1), None),
+    ("null", "DOVRA:IXTAL:JSON:DecodeNullNotSupported", (), (1, 0, 0), "$"),
+    (INT8, "DOVRA:IXTAL:JSON:DecodeInvalidIntegralElem", ("int8",), (1, INT8.index("300"), INT8.index("300")),
+     "$.tndata[0]"),
+    (QUUX, "DOVRA:IXTAL:JSON:DecodeInvalidTNType", ("quux",), (1, QUUX.index('"quux"'), QUUX.index('"quux"')),
+     "$.tntype"),
     # Shapes and classes NumPy cannot hold.
     ('{"tntype":"cell","tnsize":[1,2' + ",1" * 33 + ',2],"tndata":[1,2,3,4]}', "dovra_json:TooManyDimensions",
-     (36, 32), None),
-    ('{"tntype":"struct","tnsize":[2147483648,4294967296],"tndata":{}}', "IXTAL:nomem", (), None),
-    ('{"tntype":"double","tnsize":[0,9223372036854775807,2],"tndata":[]}', "IXTAL:nomem", (), None),
+     (36, 32), None, None),
+    ('{"tntype":"struct","tnsize":[2147483648,4294967296],"tndata":{}}', "IXTAL:nomem", (), None, None),
+    ('{"tntype":"double","tnsize":[0,9223372036854775807,2],"tndata":[]}', "IXTAL:nomem", (), None, None),
     ('{"tntype":"int8","tnsize":[1,2],"tncomplex":true,"tndata":[1,2,3,4]}', "dovra_json:NoPythonForm",
-     ("complex int8",), None),
+     ("complex int8",), None, None),
 ])
-def test_decode_errors(text, identifier, arguments, position, no_leaks):
+def test_decode_errors(text, identifier, arguments, position, path, no_leaks):
     with pytest.raises(dj.Error) as caught:
         dj.decode(text)
     e = caught.value
     assert isinstance(e, ValueError)
-    assert (e.identifier, e.path) == (identifier, None)
+    assert (e.identifier, e.path) == (identifier, path)
     if arguments is not None:
         assert e.arguments == arguments
     assert (e.line, e.column, e.offset) == (position or (None, None, None))
-    if position:
+    if position and path is None:
         assert str(e).endswith("^") and "\n" in str(e)
     else:  # the same from inside a response
         with pytest.raises(dj.Error) as caught:

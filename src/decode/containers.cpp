@@ -44,18 +44,18 @@ void set_field(ixArray* s, ixSize index, int field, matrix::owned_array value) {
 }  // namespace
 
 matrix::owned_array read_cell(const large_format_context& ctx) {
-  if (!ctx.data.is_array()) throw InvalidTNDataType(kCellName, traits<Array>::name);
+  if (!ctx.data.is_array()) throw fault_at(InvalidTNDataType(kCellName, traits<Array>::name), keys::tndata);
   const Array& items = ctx.data.as_array();
   if (!fills(items.size(), ctx.dims)) throw MismatchedTNSize();
-  return cell_of(ctx.dims, items.size(), [&](std::size_t i) { return decode_element(items[i]); });
+  return cell_of(ctx.dims, items.size(), [&](std::size_t i) { return decode_element_at(items[i], keys::tndata, i); });
 }
 
 matrix::owned_array read_struct(const large_format_context& ctx) {
-  if (!ctx.data.is_object()) throw InvalidTNDataType(kStructName, traits<Object>::name);
+  if (!ctx.data.is_object()) throw fault_at(InvalidTNDataType(kStructName, traits<Object>::name), keys::tndata);
   const Object& fields = ctx.data.as_object();
   const ixSize count = element_count(ctx.dims);
   for (const auto& [name, values] : fields) {
-    if (!values.is_array()) throw InvalidTNDataType(kStructName, traits<Array>::name);
+    if (!values.is_array()) throw fault_at(InvalidTNDataType(kStructName, traits<Array>::name), keys::tndata, name);
     if (values.as_array().size() != count) throw MismatchedTNSize();
   }
   // Without fields no data speak for the size, but a size beyond 64 bits
@@ -66,16 +66,17 @@ matrix::owned_array read_struct(const large_format_context& ctx) {
   int field = 0;
   // Field by field, as the text lists them, so the first bad value in the
   // text is the one reported.
-  for (const auto& member : fields) {
-    const Array& values = member.second.as_array();
-    for (std::size_t i = 0; i < values.size(); ++i) set_field(s.get(), i, field, decode_element(values[i]));
+  for (const auto& [name, column] : fields) {
+    const Array& values = column.as_array();
+    for (std::size_t i = 0; i < values.size(); ++i)
+      set_field(s.get(), i, field, decode_element_at(values[i], keys::tndata, name, i));
     ++field;
   }
   return s;
 }
 
 matrix::owned_array read_string_array(const large_format_context& ctx) {
-  if (!ctx.data.is_array()) throw InvalidTNDataType(kStringName, traits<Array>::name);
+  if (!ctx.data.is_array()) throw fault_at(InvalidTNDataType(kStringName, traits<Array>::name), keys::tndata);
   const Array& items = ctx.data.as_array();
   // Each element must be a string, or null for a missing one.
   const auto check = [](const Value& v) {
@@ -89,7 +90,7 @@ matrix::owned_array read_string_array(const large_format_context& ctx) {
   std::u16string text;
   for (std::size_t i = 0; i < items.size(); ++i) {
     const Value& v = items[i];
-    check(v);
+    at_path([&] { check(v); }, keys::tndata, i);
     if (v.is_null()) {
       Tovenar::String::setString(strings.get(), i, std::nullopt);
       continue;
@@ -105,7 +106,7 @@ matrix::owned_array read_plain_struct(const Object& obj) {
   const dims_vector one{1, 1};
   auto s = new_struct(one, obj);
   int field = 0;
-  for (const auto& member : obj) set_field(s.get(), 0, field++, decode_element(member.second));
+  for (const auto& [name, value] : obj) set_field(s.get(), 0, field++, decode_element_at(value, name));
   return s;
 }
 

@@ -31,8 +31,8 @@ typename Policy::result_type json_value_to_ixtal_visitor<Policy>::operator()(con
 
 template struct json_value_to_ixtal_visitor<to_ixArray_visitor>;
 
-matrix::owned_array decode_value(const Value& root) {
-  return dovra_errors::translate_decode_errors([&] { return detail::decode_element(root); });
+matrix::owned_array decode_value(const Value& root, std::optional<std::u16string_view> text) {
+  return dovra_errors::translate_decode_errors([&] { return detail::decode_element(root); }, text);
 }
 
 }  // namespace ixtal_json

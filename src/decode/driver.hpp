@@ -2,7 +2,11 @@
 
 // The decode driver: one JSON value to one new host array.
 
+#include <optional>
+#include <string_view>
+
 #include "foundation/json/value.hpp"
+#include "errors/conversion_exceptions.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace ixtal_json {
@@ -25,12 +29,21 @@ extern template struct json_value_to_ixtal_visitor<to_ixArray_visitor>;
 
 // The driver: converts root, and raises the public "DOVRA:IXTAL:JSON:Decode..."
 // error for any internal conversion exception. Nothing made during a failed
-// conversion survives it.
-matrix::owned_array decode_value(const foundation::json::Value& root);
+// conversion survives it. Given the text root was parsed from, the error
+// carries the location of the value at fault in it.
+matrix::owned_array decode_value(const foundation::json::Value& root,
+                                 std::optional<std::u16string_view> text = std::nullopt);
 
 namespace detail {
 inline matrix::owned_array decode_element(const foundation::json::Value& v) {
   return json_value_to_ixtal_visitor<to_ixArray_visitor>{}(v);
+}
+
+// The value that steps lead to from the one being converted: a fault in it
+// is reported with those steps in front of its path.
+template <class... Steps>
+matrix::owned_array decode_element_at(const foundation::json::Value& v, const Steps&... steps) {
+  return at_path([&] { return decode_element(v); }, steps...);
 }
 }  // namespace detail
 

@@ -65,12 +65,13 @@ inline bool convert_element(const foundation::json::Value& v, bool& out) noexcep
   return true;
 }
 
-// What large notation reports when the rule of T refuses an element.
-template <class T>
-[[noreturn]] void throw_element_error() {
-  if constexpr (std::is_same_v<T, bool>) throw InvalidLogicalElem();
-  else if constexpr (std::is_floating_point_v<T>) throw InvalidFloatingElem(element_traits<T>::name);
-  else throw InvalidIntegralElem(element_traits<T>::name);
+// What large notation reports when the rule of T refuses an element, at
+// the element steps lead to.
+template <class T, class... Steps>
+[[noreturn]] void throw_element_error(const Steps&... steps) {
+  if constexpr (std::is_same_v<T, bool>) throw fault_at(InvalidLogicalElem(), steps...);
+  else if constexpr (std::is_floating_point_v<T>) throw fault_at(InvalidFloatingElem(element_traits<T>::name), steps...);
+  else throw fault_at(InvalidIntegralElem(element_traits<T>::name), steps...);
 }
 
 }  // namespace ixtal_json::detail

@@ -12,6 +12,7 @@
 #include "decode/dimensions.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "foundation/json/value.hpp"
+#include "host/json_keys.hpp"
 
 namespace ixtal_json::detail {
 
@@ -22,14 +23,16 @@ inline ixSize value_count(ixSize count, bool complex) noexcept {
 }
 
 // Reports what a fill of `slots` values from data would meet, given that
-// data.size() != slots: check(value) throws for a bad element.
+// data.size() != slots: check(value) throws for a bad element, which is
+// reported at its place in "tndata"; a count that does not match is the
+// object's fault.
 template <class Check>
 [[noreturn]] void report_size_mismatch(const foundation::json::Array& data, ixSize slots, bool complex,
                                        Check&& check) {
   const std::size_t n = data.size();
   for (std::size_t i = 0; i < n; ++i) {
     if (i == slots) throw MismatchedTNSize();  // the array is full and data remain
-    check(data[i]);
+    at_path([&] { check(data[i]); }, keys::tndata, i);
   }
   // The data ran out before the array was full: with complex data an odd
   // count ends on a real part whose imaginary part is missing.

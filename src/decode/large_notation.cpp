@@ -26,24 +26,25 @@ using foundation::json::Value;
 
 dims_vector read_tnsize(const Array& entries) {
   dims_vector dims;
-  for (const Value& e : entries) {
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Value& e = entries[i];
     ixSize size;
-    if (!e.is_double() || !size_entry(e.as_double(), size)) throw InvalidTNSize();
+    if (!e.is_double() || !size_entry(e.as_double(), size)) throw fault_at(InvalidTNSize(), keys::tnsize, i);
     dims.push_back(size);
   }
-  if (dims.size() < kMinDimensions) throw InvalidTNSize();
+  if (dims.size() < kMinDimensions) throw fault_at(InvalidTNSize(), keys::tnsize);
   return dims;
 }
 
 bool read_tncomplex(const Object& obj) {
   const auto it = obj.find(keys::tncomplex);
   if (it == obj.end()) return false;
-  if (!it->second.is_bool()) throw InvalidPropertyType(keys::tncomplex, traits<bool>::name);
+  if (!it->second.is_bool()) throw fault_at(InvalidPropertyType(keys::tncomplex, traits<bool>::name), keys::tncomplex);
   return it->second.as_bool();
 }
 
 const Array& data_array(const large_format_context& ctx, const char* class_name) {
-  if (!ctx.data.is_array()) throw InvalidTNDataType(class_name, traits<Array>::name);
+  if (!ctx.data.is_array()) throw fault_at(InvalidTNDataType(class_name, traits<Array>::name), keys::tndata);
   return ctx.data.as_array();
 }
 
@@ -62,7 +63,7 @@ matrix::owned_array read_flat(const Array& data, const dims_vector& dims, bool c
   auto a = uninitialised_array<T>(dims, complex);
   T* out = data_of<T>(a);
   for (const Value& v : data)
-    if (!convert_element(v, *out++)) throw_element_error<T>();
+    if (!convert_element(v, *out++)) throw_element_error<T>(keys::tndata, std::size_t(&v - data.data()));
   return a;
 }
 
@@ -85,7 +86,7 @@ struct ixtal_json_large_format_visitor {
       return read_flat<bool>(data_array(ctx, element_traits<bool>::name), ctx.dims, false);
     } else if constexpr (X == IxtalType::kChar) {
       const Array& data = data_array(ctx, element_traits<char16_t>::name);
-      if (data.size() != 1 || !data.front().is_string()) throw InvalidCharArrayTNData();
+      if (data.size() != 1 || !data.front().is_string()) throw fault_at(InvalidCharArrayTNData(), keys::tndata);
       return char_array(data.front().as_string(), ctx.dims);
     } else if constexpr (X == IxtalType::kCell) {
       return read_cell(ctx);
@@ -97,7 +98,7 @@ struct ixtal_json_large_format_visitor {
       // The embedded host has no user-defined classes, so no class object
       // or enumeration can be made whatever the data say.
       static_assert(X == IxtalType::kObject || X == IxtalType::kEnum);
-      throw InvalidTNType(ixtal_type_name(X));
+      throw fault_at(InvalidTNType(ixtal_type_name(X)), keys::tntype);
     }
   }
 };
@@ -113,14 +114,16 @@ matrix::owned_array decode_object(const Object& obj) {
   if (role == ObjectRole::kLarge) {
     const auto size_it = obj.find(keys::tnsize);
     if (size_it == end || data_it == end) throw MissingTNSizeOrTNData();
-    if (!size_it->second.is_array()) throw InvalidPropertyType(keys::tnsize, traits<Array>::name);
-    if (!type_it->second.is_string()) throw InvalidPropertyType(keys::tntype, traits<std::string>::name);
+    if (!size_it->second.is_array())
+      throw fault_at(InvalidPropertyType(keys::tnsize, traits<Array>::name), keys::tnsize);
+    if (!type_it->second.is_string())
+      throw fault_at(InvalidPropertyType(keys::tntype, traits<std::string>::name), keys::tntype);
     const std::string& name = type_it->second.as_string();
     IxtalType type;
     try {
       type = ixtal_type_for_name(name);
     } catch (...) {
-      throw InvalidTNType(name);
+      throw fault_at(InvalidTNType(name), keys::tntype);
     }
     const dims_vector dims = read_tnsize(size_it->second.as_array());
     const large_format_context ctx{obj, data_it->second, dims};

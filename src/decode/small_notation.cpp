@@ -25,6 +25,14 @@ struct small_shape {
   dims_vector dims;
 };
 
+// The analysis looks only at the first element of each level: a refused
+// one lies at [0][0]..., one index per level read.
+[[noreturn]] void throw_first_element_refused(std::size_t levels) {
+  InvalidArrayElemType e;
+  for (std::size_t d = 0; d < levels; ++d) e.enter(std::size_t(0));
+  throw e;
+}
+
 small_shape analyse(const Array& outer) {
   small_shape shape;
   const Array* level = &outer;
@@ -38,10 +46,10 @@ small_shape analyse(const Array& outer) {
       case Value::kObject: {
         double ignored;
         if (read_special_float(first.as_object(), ignored)) return shape;
-        throw InvalidArrayElemType();
+        throw_first_element_refused(shape.dims.size());
       }
       case Value::kArray: level = &first.as_array(); break;
-      default: throw InvalidArrayElemType();
+      default: throw_first_element_refused(shape.dims.size());
     }
   }
 }
@@ -102,18 +110,20 @@ bool fill_exact(const Array& a, const walk_layout& l, std::size_t level, ixSize 
 }
 
 // Nested arrays of one depth and one size per level, examined in index
-// order, depth first.
+// order, depth first. A fault is the element that is (or is not) an array,
+// or the array of the wrong size.
 void check_consistency(const Array& a, const walk_layout& l, std::size_t level) {
   if (level == l.last) {
-    for (const Value& e : a)
-      if (e.is_array()) throw ArrayInconsistentDepths();
+    for (std::size_t j = 0; j < a.size(); ++j)
+      if (a[j].is_array()) throw fault_at(ArrayInconsistentDepths(), j);
     return;
   }
   const ixSize inner = l.dims[level + 1];
-  for (const Value& e : a) {
-    if (!e.is_array()) throw ArrayInconsistentDepths();
-    if (e.as_array().size() != inner) throw ArrayInconsistentSizes();
-    check_consistency(e.as_array(), l, level + 1);
+  for (std::size_t j = 0; j < a.size(); ++j) {
+    const Value& e = a[j];
+    if (!e.is_array()) throw fault_at(ArrayInconsistentDepths(), j);
+    if (e.as_array().size() != inner) throw fault_at(ArrayInconsistentSizes(), j);
+    at_path([&] { check_consistency(e.as_array(), l, level + 1); }, j);
   }
 }
 
@@ -151,9 +161,9 @@ class fault_finder {
 
   [[noreturn]] void raise() const {
     switch (best_) {
-      case fault::depth: throw ArrayInconsistentDepths();
-      case fault::size: throw ArrayInconsistentSizes();
-      default: throw ArrayInconsistentTypes(element_traits<T>::name, kind_word(*element_));
+      case fault::depth: throw at_fault(ArrayInconsistentDepths());
+      case fault::size: throw at_fault(ArrayInconsistentSizes());
+      default: throw at_fault(ArrayInconsistentTypes(element_traits<T>::name, kind_word(*element_)));
     }
   }
 
@@ -161,7 +171,9 @@ class fault_finder {
   enum class fault { none, depth, size, type };
 
   // The fault's first position: the current path up to `fixed` levels, then
-  // `next` at the following level, zeros beyond.
+  // `next` at the following level, zeros beyond. The value at fault is the
+  // one the current path's first `fixed` indices lead to: a short array, or
+  // an element where an array (or a leaf) belongs.
   void note(fault kind, std::size_t fixed, ixSize next, const Value* element) {
     candidate_.assign(path_.begin(), path_.begin() + fixed);
     if (fixed < path_.size()) candidate_.push_back(next);
@@ -170,6 +182,13 @@ class fault_finder {
     best_ = kind;
     rank_.swap(candidate_);
     element_ = element;
+    at_.assign(path_.begin(), path_.begin() + fixed);
+  }
+
+  template <class E>
+  E at_fault(E e) const {
+    for (std::size_t d = at_.size(); d-- > 0;) e.enter(std::size_t(at_[d]));
+    return e;
   }
 
   static bool earlier(const dims_vector& a, const dims_vector& b) noexcept {
@@ -180,7 +199,7 @@ class fault_finder {
 
   const walk_layout& l_;
   T* out_;
-  dims_vector path_, rank_, candidate_;
+  dims_vector path_, rank_, candidate_, at_;
   fault best_ = fault::none;
   const Value* element_ = nullptr;
 };

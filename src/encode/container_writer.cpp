@@ -40,7 +40,7 @@ Value write_cell(const ixArray* a, const element_encoder& encode, nesting& depth
     const nesting::scope inside(depth, 2);
     unset_value value;
     data.reserve(n);
-    for (ixSize i = 0; i < n; ++i) data.push_back(encode(value(ixGetCell(a, i))));
+    for (ixSize i = 0; i < n; ++i) data.push_back(encode(value(ixGetCell(a, i)), a, i));
   }
   check_count(data.size(), dims);
   return large_object(names::cell, std::move(size), Value(std::move(data)));
@@ -64,7 +64,7 @@ Value write_struct_large(const ixArray* a, const element_encoder& encode, nestin
     // Element by element, the order in which the host stores the values.
     unset_value value;
     for (ixSize i = 0; i < n; ++i)
-      for (int f = 0; f < nfields; ++f) columns[std::size_t(f)]->push_back(encode(value(ixGetFieldByNumber(a, i, f))));
+      for (int f = 0; f < nfields; ++f) columns[std::size_t(f)]->push_back(encode(value(ixGetFieldByNumber(a, i, f)), a, i, f));
   }
   for (int f = 0; f < nfields; ++f)
     if (columns[std::size_t(f)]->size() != element_count(dims))
@@ -80,7 +80,7 @@ Value write_struct_small(const ixArray* a, const element_encoder& encode, nestin
     const nesting::scope inside(depth, 1);
     Object out;
     unset_value value;
-    for (int f = 0; f < nfields; ++f) out.emplace(ixGetFieldName(a, f), encode(value(ixGetFieldByNumber(a, 0, f))));
+    for (int f = 0; f < nfields; ++f) out.emplace(ixGetFieldName(a, f), encode(value(ixGetFieldByNumber(a, 0, f)), a, 0, f));
     // Two field names the map would fold into one key.
     if (out.size() != std::size_t(nfields))
       throw std::runtime_error("Number of fieldnames does not match number of elements");

@@ -14,7 +14,8 @@ namespace ixtal_json::detail {
 using foundation::json::Value;
 
 template <ToJsonMode Mode, NanType Nan>
-ixArray_to_json_converter<Mode, Nan>::ixArray_to_json_converter() : utf8_("UTF-8", true) {}
+ixArray_to_json_converter<Mode, Nan>::ixArray_to_json_converter(encode_trail* trail)
+    : utf8_("UTF-8", true), trail_(trail) {}
 
 template <ToJsonMode Mode, NanType Nan>
 Value ixArray_to_json_converter<Mode, Nan>::operator()(const ixArray* a) {
@@ -36,10 +37,10 @@ Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
   constexpr bool large = Mode == ToJsonMode::large;
   switch (ixGetClassID(a)) {
     case ixCELL_CLASS:
-      return write_cell(a, element_encoder(std::ref(*this)), depth_);
+      return write_cell(a, element_encoder(std::ref(*this), trail_), depth_);
     case ixSTRUCT_CLASS:
-      return large ? write_struct_large(a, element_encoder(std::ref(*this)), depth_)
-                   : write_struct_small(a, element_encoder(std::ref(*this)), depth_);
+      return large ? write_struct_large(a, element_encoder(std::ref(*this), trail_), depth_)
+                   : write_struct_small(a, element_encoder(std::ref(*this), trail_), depth_);
     case ixLOGICAL_CLASS:
       return large ? write_logical_large(a, depth_) : write_logical_small(a, depth_);
     case ixCHAR_CLASS:
@@ -55,12 +56,12 @@ Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
   matrix::detail::rejectInvalidClassId(a);
 }
 
-Value convert(const ixArray* a, ToJsonMode mode, NanType nan) {
+Value convert(const ixArray* a, ToJsonMode mode, NanType nan, encode_trail* trail) {
   if (mode == ToJsonMode::large)
-    return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::large, NanType::string>()(a)
-                                  : ixArray_to_json_converter<ToJsonMode::large, NanType::object>()(a);
-  return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::small, NanType::string>()(a)
-                                : ixArray_to_json_converter<ToJsonMode::small, NanType::object>()(a);
+    return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::large, NanType::string>(trail)(a)
+                                  : ixArray_to_json_converter<ToJsonMode::large, NanType::object>(trail)(a);
+  return nan == NanType::string ? ixArray_to_json_converter<ToJsonMode::small, NanType::string>(trail)(a)
+                                : ixArray_to_json_converter<ToJsonMode::small, NanType::object>(trail)(a);
 }
 
 // The four variants the encode builtin chooses from.

@@ -5,6 +5,7 @@
 
 #include "encode/modes.hpp"
 #include "encode/nesting.hpp"
+#include "encode/trail.hpp"
 #include "foundation/json/value.hpp"
 #include "ixtal/array.hpp"
 #include "ixtal/text.hpp"
@@ -14,7 +15,8 @@ namespace ixtal_json::detail {
 template <ToJsonMode Mode, NanType Nan>
 class ixArray_to_json_converter {
  public:
-  ixArray_to_json_converter();
+  // A failure leaves on trail, when given, where it lies.
+  explicit ixArray_to_json_converter(encode_trail* trail = nullptr);
 
   // Throws IxUnsupportedType naming the class of an array no writer takes
   // (sparse storage and unknown classes included), IxNestingTooDeep when the
@@ -28,6 +30,7 @@ class ixArray_to_json_converter {
   // One converter for every char array of the conversion, nested ones too.
   fl::i18n::codecvt_ustring_to_string utf8_;
   nesting depth_;
+  encode_trail* trail_;
 };
 
 extern template class ixArray_to_json_converter<ToJsonMode::large, NanType::string>;
@@ -36,7 +39,8 @@ extern template class ixArray_to_json_converter<ToJsonMode::large, NanType::obje
 extern template class ixArray_to_json_converter<ToJsonMode::small, NanType::object>;
 
 // The tree of a in the notation and form of non-finite numbers chosen at
-// run time, by the instantiation that serves them.
-foundation::json::Value convert(const ixArray* a, ToJsonMode mode, NanType nan);
+// run time, by the instantiation that serves them; a failure leaves on
+// trail, when given, the path to the array at fault.
+foundation::json::Value convert(const ixArray* a, ToJsonMode mode, NanType nan, encode_trail* trail = nullptr);
 
 }  // namespace ixtal_json::detail

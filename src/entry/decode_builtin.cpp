@@ -18,7 +18,7 @@ void json_decode_function(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs,
   const std::u16string_view text = dovra_json::text_argument(prhs[0]);
   // Read in one pass; the tree reports what the reader declines.
   std::optional<matrix::owned_array> direct = ixtal_json::read_document(text);
-  auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text));
+  auto result = direct ? std::move(*direct) : ixtal_json::decode_value(dovra_json::parse_text(text), text);
   ixSetArrayScope(result.get(), ixtal_json::kReturnedScope);
   plhs[0] = result.release();
 }
@@ -32,7 +32,7 @@ void json_decode_lhs_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nr
   }
   // The cell belongs to the host from the moment it exists.
   foundation::json::Value root = dovra_json::parse_text(text);
-  ixtal_json::decode_response(root, plhs[0]);
+  ixtal_json::decode_response(root, plhs[0], text);
 }
 
 }  // namespace dovra_entry

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "encode/converter.hpp"
 #include "encode/direct_writer.hpp"
@@ -13,6 +15,7 @@
 #include "errors/keys.hpp"
 #include "foundation/json/serializer.hpp"
 #include "host/text_argument.hpp"
+#include "ixtal/host.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace dovra_entry {
@@ -38,6 +41,19 @@ Choice read_option(const ixArray* arg, const char* name, std::u16string_view fir
   ixErrMsgId(component_IXTAL::catalog_class::key_InvalidArgument(option, option));
 }
 
+// The path to the array at fault goes beside the error, read while the
+// arrays it passes through still live.
+void locate(ixtal::HostError& e, const ixtal_json::detail::encode_trail& trail) noexcept {
+  if (!trail.known()) return;
+  try {
+    ixtal::ErrorLocation where;
+    where.path = trail.text();
+    e.set_location(std::move(where));
+  } catch (...) {
+    // Without memory for the path the error still goes out, as it is.
+  }
+}
+
 }  // namespace
 
 void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, const ixArray* prhs[]) {
@@ -55,12 +71,22 @@ void json_encode_builtin(std::int32_t nlhs, ixArray* plhs[], std::int32_t nrhs, 
       return;
     }
   foundation::json::Value value;
+  ixtal_json::detail::encode_trail trail;
   try {
-    value = ixtal_json::detail::convert(prhs[0], mode, nan);
-  } catch (const ixtal_json::IxUnsupportedType& e) {
-    ixErrMsgId(DOVRA::IXTAL::JSON::EncodeUnsupportedType(e.text));
-  } catch (const ixtal_json::IxNestingTooDeep&) {
-    ixErrMsgId(DOVRA::IXTAL::JSON::EncodeNestingTooDeep());
+    try {
+      value = ixtal_json::detail::convert(prhs[0], mode, nan, &trail);
+    } catch (const ixtal_json::IxUnsupportedType& e) {
+      ixErrMsgId(DOVRA::IXTAL::JSON::EncodeUnsupportedType(e.text));
+    } catch (const ixtal_json::IxNestingTooDeep&) {
+      ixErrMsgId(DOVRA::IXTAL::JSON::EncodeNestingTooDeep());
+    } catch (const std::bad_alloc&) {
+      throw;  // the host's out-of-memory error, which is about no one array
+    } catch (...) {
+      ixtal::rethrow_as_host_error();  // a writer's own failure
+    }
+  } catch (ixtal::HostError& e) {
+    locate(e, trail);
+    throw;
   }
   // The text goes straight into the result's UTF-16 storage: no UTF-8
   // text is made, and room never written is never touched.

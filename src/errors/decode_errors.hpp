@@ -3,6 +3,9 @@
 // The decode side's mapping from internal exceptions to public identifiers,
 // written once as a type list and walked in order.
 
+#include <new>
+#include <optional>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -38,13 +41,33 @@ void raise_mapped(const ixtal_json::ParseError& e) {
   }
 }
 
-// Runs f; an internal decode exception leaving it becomes its public error.
-// Every other exception passes unchanged.
+// Raises the public error for e, with the location of the value e is about
+// in text beside it. The error goes out the same should the location cost
+// more memory than there is.
+[[noreturn]] inline void raise_located(const ixtal_json::ParseError& e, std::u16string_view text) {
+  std::optional<ixtal::ErrorLocation> where;
+  try {
+    where = dovra_json::locate_value(text, e.path());
+  } catch (const std::bad_alloc&) {
+  }
+  try {
+    raise_mapped(e);
+  } catch (ixtal::HostError& raised) {
+    if (where) raised.set_location(std::move(*where));
+    throw;
+  }
+  throw;  // not a conversion error after all: it passes unchanged
+}
+
+// Runs f; an internal decode exception leaving it becomes its public error,
+// which carries the location of the value at fault when f converts a tree
+// parsed from text. Every other exception passes unchanged.
 template <class F>
-decltype(auto) translate_decode_errors(F&& f) {
+decltype(auto) translate_decode_errors(F&& f, std::optional<std::u16string_view> text = std::nullopt) {
   try {
     return std::forward<F>(f)();
   } catch (const ixtal_json::ParseError& e) {
+    if (text) raise_located(e, *text);
     raise_mapped(e);
     throw;
   }

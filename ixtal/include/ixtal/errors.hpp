@@ -8,7 +8,9 @@
 #include <boost/exception/exception.hpp>
 #include <boost/variant.hpp>
 #include <exception>
+#include <cstdint>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -51,6 +53,23 @@ namespace ixtal {
 // The catalog message of a key with its arguments filled in (UTF-8).
 IXTAL_API std::string format_message(const resource_core::BaseMsgID& key);
 
+// Where the value an error is about lies. A decode conversion error gives
+// the path from the document's root ("$.lhs[3].pos[1]": indices from 0 as
+// in the text, keys quoted as JSON strings unless they are plain names) and
+// the value's first byte in the UTF-8 text, counted as for parse errors. An
+// encode error gives the path through the host arrays to the array at
+// fault, in the host's notation ("{3}.meta(2)"; empty for the argument
+// itself), and no place in a text.
+struct ErrorLocation {
+  std::string path;
+  bool in_text = false;       // whether the members below say where in the text
+  std::uint64_t offset = 0;   // byte offset from 0
+  std::uint64_t line = 0;     // from 1; only "\n" ends a line
+  std::uint64_t column = 0;   // bytes from the line's start, from 0
+  std::string context;        // the line around the value, at most 80 bytes either side
+  std::uint64_t caret = 0;    // blanks before the caret under context
+};
+
 // The error every builtin failure reaches the host as.
 class IXTAL_API HostError : public std::runtime_error {
  public:
@@ -64,9 +83,16 @@ class IXTAL_API HostError : public std::runtime_error {
   const std::vector<resource_core::MsgArg>& arguments() const noexcept { return args_; }
   std::string message() const { return what(); }
 
+  // Where the value at fault lies, beside the catalogued error and never
+  // part of it; null when the error is not about one value (parse errors
+  // give their position in their arguments).
+  const ErrorLocation* location() const noexcept { return location_ ? &*location_ : nullptr; }
+  void set_location(ErrorLocation where) { location_ = std::move(where); }
+
  private:
   std::string identifier_;
   std::vector<resource_core::MsgArg> args_;
+  std::optional<ErrorLocation> location_;
 };
 
 }  // namespace ixtal

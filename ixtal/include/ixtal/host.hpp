@@ -23,6 +23,12 @@ namespace ixtal {
 IXTAL_API std::vector<matrix::owned_array> call_builtin(BuiltinFunction fn, int nlhs,
                                                         const std::vector<const ixArray*>& args);
 
+// Raises the exception being handled (call it in a handler) as the error
+// call_builtin makes of it: a catalogued error keeps its identifier, running
+// out of memory is "IXTAL:nomem", anything else "IXTAL:UnexpectedException"
+// with its text. A builtin that adds a location to the error calls it first.
+[[noreturn]] IXTAL_API void rethrow_as_host_error();
+
 // Calls a function by host name: a global builtin published by a loaded
 // library, or a package function ("dovra.json.decode"). Unknown names raise
 // "IXTAL:UndefinedFunction".

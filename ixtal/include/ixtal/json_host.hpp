@@ -21,7 +21,11 @@
 //                       turns its own std::bad_alloc into the same report.
 //
 // Every failure is an ixtal::HostError: identifier(), arguments() (integers
-// stay integers) and what(), the catalog message. Loading fails with
+// stay integers) and what(), the catalog message. A conversion error also
+// says where, in location() (null for other errors): a decode error the
+// path from the document's root to the value at fault and that value's
+// byte offset, line, column and context line in the UTF-8 text; an encode
+// error the path through the arrays to the one at fault. Loading fails with
 // "IXTAL:CannotLoadLibrary" naming every path tried; a builtin's own errors
 // keep their identifiers; running out of memory is "IXTAL:nomem". Calls hold
 // no lock while the builtin runs, so threads may call at once (a Python host
