@@ -4,6 +4,7 @@
 #include "decode/text_reader.hpp"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 
 #include "decode/response.hpp"
@@ -107,7 +108,7 @@ struct TextReader::DecidingKeys {
   // the size came first. Read as real or complex, whichever was known.
   matrix::owned_array data;
   bool data_complex = false;
-  Pending pending;  // else, the data as read before the class and size
+  std::unique_ptr<Pending> pending;  // else, the data as read before the class and size
 };
 
 matrix::owned_array TextReader::object(const Char*& p) {
@@ -167,7 +168,8 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
         q = start;
       }
     }
-    return read_pending(q, k.pending);
+    k.pending = std::make_unique<Pending>();
+    return read_pending(q, *k.pending);
   }
   const bool first_size = large_key && key == keys::tnsize && !k.size_at;
   const bool first_complex = large_key && key == keys::tncomplex && !k.complex_at;
@@ -204,16 +206,16 @@ bool TextReader::repeated(const std::string& key, std::size_t mark, const Layout
 }
 
 bool TextReader::Names::contains(const std::string& name) const {
-  return few_.size() < kScanned ? std::find(few_.begin(), few_.end(), name) != few_.end() : many_.count(name) != 0;
+  return many_ ? many_->count(name) != 0 : std::find(few_.begin(), few_.end(), name) != few_.end();
 }
 
 void TextReader::Names::add(const std::string& name) {
-  if (few_.size() < kScanned) {
-    few_.push_back(name);
-    if (few_.size() == kScanned) many_.insert(few_.begin(), few_.end());
-  } else {
-    many_.insert(name);
+  if (many_) {
+    many_->insert(name);
+    return;
   }
+  few_.push_back(name);
+  if (few_.size() == kScanned) many_ = std::make_unique<std::unordered_set<std::string>>(few_.begin(), few_.end());
 }
 
 bool TextReader::read_size(const Char*& p, dims_vector& dims) {
@@ -240,8 +242,8 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
   const bool complex_matters = is_numeric_type(k.type);
   if (complex_matters && !k.complex_ok) decline();
   if (k.data && (!complex_matters || k.data_complex == k.complex)) return std::move(k.data);
-  if (k.pending.form != Pending::Form::kUnread)
-    if (matrix::owned_array a = from_pending(k.pending, k.type, k.dims, k.complex)) return a;
+  if (k.pending && k.pending->form != Pending::Form::kUnread)
+    if (matrix::owned_array a = from_pending(*k.pending, k.type, k.dims, k.complex)) return a;
   // Read again, now that the class and size are known.
   k.data.reset();
   const Char* q = k.data_at;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -74,7 +75,7 @@ class TextReader {
    private:
     static constexpr std::size_t kScanned = 32;
     std::vector<std::string> few_;
-    std::unordered_set<std::string> many_;
+    std::unique_ptr<std::unordered_set<std::string>> many_;  // made when few_ is full
   };
 
   // Gives a stack back what it held before, however the reading ends.
