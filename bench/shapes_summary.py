@@ -18,7 +18,8 @@ import re
 import statistics
 import sys
 
-from summarize import machine
+sys.dont_write_bytecode = True  # no __pycache__ beside the sources
+from summarize import machine  # noqa: E402
 
 RECORD_SHAPES = ["response_flat", "response_row", "response_nested", "cell_flat", "cell_row", "cell_nested",
                  "mixed_4000"]
