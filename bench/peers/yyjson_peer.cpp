@@ -2,7 +2,6 @@
 
 #include <yyjson.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
