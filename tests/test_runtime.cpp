@@ -107,6 +107,33 @@ TEST(Runtime, LargeBlocksAreReused) {
   }
 }
 
+// An array and its small data share one block, sized by the data: every
+// size up to the largest kept in the record, and past it, keeps all of its
+// data apart from its neighbours', in fresh blocks and in reused ones (a
+// block one size too small would let an array's data run into the next).
+TEST(Runtime, SmallArraysKeepTheirDataApart) {
+  dovra_test::LeakCheck leaks;
+  for (int round = 0; round < 2; ++round) {
+    std::vector<owned_array> arrays;
+    for (ixSize n = 0; n <= 40; ++n)  // 0 to 320 bytes of doubles
+      for (int copy = 0; copy < 40; ++copy) {
+        arrays.emplace_back(ixCreateDoubleMatrix(1, n, ixREAL));
+        auto* x = static_cast<double*>(ixGetData(arrays.back().get()));
+        for (ixSize i = 0; i < n; ++i) x[i] = double(n * 1000 + i);
+        const char* names[] = {"a", "b", "c"};
+        arrays.emplace_back(ixCreateStructMatrix(1, 1, 3, names));  // and its field names beside the record
+      }
+    std::size_t bad = 0;
+    for (std::size_t k = 0; k < arrays.size(); k += 2) {
+      const ixArray* a = arrays[k].get();
+      const auto* x = static_cast<const double*>(ixGetData(a));
+      for (ixSize i = 0; i < ixGetN(a); ++i) bad += x[i] != double(ixGetN(a) * 1000 + i);
+      bad += ixGetNumberOfFields(arrays[k + 1].get()) != 3 || ixGetFieldName(arrays[k + 1].get(), 2) != "c";
+    }
+    EXPECT_EQ(bad, 0u);
+  }
+}
+
 TEST(Runtime, CheckedViewsRejectWithTheirReason) {
   owned_array d(ixCreateDoubleMatrix(1, 1, ixREAL));
   owned_array z(ixCreateDoubleMatrix(1, 1, ixCOMPLEX));

@@ -43,6 +43,17 @@ void allocate_data(ixArray* a, bool zeroed) {
   if (!a->data) out_of_memory();
 }
 
+// A real m-by-n array of a class with data, its bytes of data in the
+// record: scalars and short rows, most of what a document holds, made
+// without the checks of a shape that might not be a matrix. Nothing after
+// the record's block can fail.
+ixArray* make_small(ixSize m, ixSize n, ixClassID cls, std::size_t bytes) {
+  ixArray* a = new_record(bytes);
+  a->class_id = cls;
+  a->dims.assign_matrix(m, n);
+  return a;
+}
+
 ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComplexity cx, bool zeroed) {
   if (!is_numeric_class(cls) && cls != ixLOGICAL_CLASS && cls != ixCHAR_CLASS)
     throw std::invalid_argument("array creation: not a numeric, logical or char class");
@@ -50,15 +61,11 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
     throw std::invalid_argument("array creation: only numeric classes can be complex");
   const std::size_t unit = element_size(cls) * (cx == ixCOMPLEX ? 2 : 1);
   if (ndim == 2 && dims[0] <= kDataInRecord && dims[1] <= kDataInRecord && dims[0] * dims[1] * unit <= kDataInRecord) {
-    // Scalars and short rows, most of what a document holds: a matrix in
-    // the host's form already, its data in the record.
     const std::size_t bytes = std::size_t(dims[0] * dims[1]) * unit;
-    new_array n(bytes);
-    n.a->class_id = cls;
-    n.a->complex = cx == ixCOMPLEX;
-    n.a->dims.assign_matrix(dims[0], dims[1]);
-    if (zeroed && bytes) std::memset(n.a->data, 0, bytes);
-    return n.release();
+    ixArray* a = make_small(dims[0], dims[1], cls, bytes);
+    a->complex = cx == ixCOMPLEX;
+    if (zeroed && bytes) std::memset(a->data, 0, bytes);
+    return a;
   }
   new_array n(in_record_bytes(ndim, dims, unit));
   n.a->class_id = cls;
@@ -70,8 +77,7 @@ ixArray* make_full(std::size_t ndim, const ixSize* dims, ixClassID cls, ixComple
 
 template <class T>
 ixArray* make_scalar(T value) {
-  const ixSize one[2] = {1, 1};
-  ixArray* a = make_full(2, one, ixtal::class_of_element<T>::id, ixREAL, false);
+  ixArray* a = make_small(1, 1, ixtal::class_of_element<T>::id, sizeof(T));
   *static_cast<T*>(a->data) = value;
   return a;
 }
@@ -170,8 +176,10 @@ ixArray* ixCreateCharArray(std::size_t ndim, const ixSize* dims) {
   return make_full(ndim, dims, ixCHAR_CLASS, ixREAL, true);
 }
 ixArray* ixCreateStringFromUtf16(std::u16string_view text) {
+  const std::size_t bytes = text.size() * sizeof(char16_t);
   const ixSize dims[2] = {ixSize(text.empty() ? 0 : 1), text.size()};
-  ixArray* a = make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
+  ixArray* a = bytes <= kDataInRecord ? make_small(dims[0], dims[1], ixCHAR_CLASS, bytes)
+                                      : make_full(2, dims, ixCHAR_CLASS, ixREAL, false);
   if (!text.empty()) std::memcpy(a->data, text.data(), text.size() * sizeof(char16_t));
   return a;
 }

@@ -135,9 +135,6 @@ constexpr auto find_row(type_list<Row, Rest...>) {
   if constexpr (std::is_same_v<typename Row::element_type, T>) return Row{};
   else return find_row<T>(type_list<Rest...>{});
 }
-}  // namespace detail
-
-namespace detail {
 template <class T> struct element_row { using type = decltype(find_row<T>(classes{})); };
 template <class T> struct element_row<std::complex<T>> : element_row<T> {};
 }  // namespace detail
