@@ -25,6 +25,21 @@ std::string nested_objects(std::size_t depth) {
   return s + "1" + std::string(depth, '}');
 }
 
+// Large-notation cells or structures nested to depth levels (two a
+// container), the data before or after their class: the deepest calls a
+// level of the reader makes.
+std::string nested_containers(std::size_t depth, bool cells, bool data_first) {
+  const std::string head = cells ? R"("tndata":[)" : R"("tndata":{"a":[)";
+  const std::string tail = cells ? "]" : "]}";
+  const std::string keys = R"("tnsize":[1,1],"tntype":")" + std::string(cells ? "cell" : "struct") + "\"";
+  const std::size_t levels = cells ? depth / 2 : depth / 3;
+  std::string s;
+  for (std::size_t i = 0; i < levels; ++i) s += data_first ? "{" + head : "{" + keys + "," + head;
+  s += "1";
+  for (std::size_t i = 0; i < levels; ++i) s += data_first ? tail + "," + keys + "}" : tail + "}";
+  return s;
+}
+
 std::string text_of(const MsgArg& a) {
   if (auto* s = boost::get<std::string>(&a)) return *s;
   if (auto* u = boost::get<std::u16string>(&a)) return std::string(u->begin(), u->end());
@@ -39,6 +54,9 @@ TEST(Reliability, DecodingAtTheNestingLimitWorksAndOneLevelMoreIsRefused) {
   dovra_test::on_worker_stack([] {
     EXPECT_NO_THROW(dovra_test::decode(nested_arrays(kLimit)));
     EXPECT_NO_THROW(dovra_test::decode(nested_objects(kLimit)));
+    for (bool cells : {true, false})
+      for (bool data_first : {true, false})
+        EXPECT_NO_THROW(dovra_test::decode(nested_containers(kLimit, cells, data_first))) << cells << data_first;
     for (const std::string& deeper : {nested_arrays(kLimit + 1), nested_objects(kLimit + 1)}) {
       auto failure = dovra_test::failure_of([&] { dovra_test::decode(deeper); });
       ASSERT_TRUE(failure);
