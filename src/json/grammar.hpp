@@ -24,7 +24,6 @@
 #include "ixtal/text.hpp"
 #include "json/limits.hpp"
 #include "json/number_grammar.hpp"
-#include "json/parser.hpp"
 #include "json/utf8_sink.hpp"
 
 namespace dovra_json::detail {

@@ -9,4 +9,8 @@ namespace dovra_json {
 // decoding and encoding at this depth fit in a 1 MiB thread stack.
 inline constexpr std::size_t kMaxNestingDepth = 1000;
 
+// Lets the grammar skip /* */ and // comments as white space; the builtins
+// parse strictly.
+inline constexpr unsigned char kAllowComments = 1;
+
 }  // namespace dovra_json

@@ -11,12 +11,9 @@
 
 #include "foundation/json/support.hpp"
 #include "foundation/json/value.hpp"
+#include "json/limits.hpp"
 
 namespace dovra_json {
-
-// Lets the parser skip /* */ and // comments as white space; the builtins
-// parse strictly.
-inline constexpr unsigned char kAllowComments = 1;
 
 // Parses the whole of a UTF-8 text (flags: 0, or kAllowComments). Throws
 // foundation::json::ParserException on malformed text or on anything after
