@@ -12,8 +12,6 @@
 
 namespace dovra_test {
 
-inline constexpr double kNaN = NAN, kInf = INFINITY;
-inline constexpr float kNaNf = NAN, kInff = INFINITY;
 
 struct encode_row {
   const char* label;

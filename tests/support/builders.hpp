@@ -4,6 +4,7 @@
 // them shared, so that one array can stand in several rows; a container
 // takes copies of its elements, and a null element stays unset.
 
+#include <cmath>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,9 @@
 #include "support/host.hpp"
 
 namespace dovra_test {
+
+inline constexpr double kNaN = NAN, kInf = INFINITY;
+inline constexpr float kNaNf = NAN, kInff = INFINITY;
 
 using shared_array = std::shared_ptr<ixArray>;
 inline shared_array share(owned_array a) { return shared_array(a.release(), matrix::array_deleter()); }
