@@ -83,7 +83,7 @@ TEST(JsonParser, AcceptsAndBuildsTheTree) {
 
 struct Rejected {
   std::string text;
-  int code;  // 0: a complete value with more text after it
+  fj::ParseResult code;  // kParseOk: a complete value with more text after it
   std::size_t offset;
   unsigned char flags = 0;
 };
@@ -91,56 +91,56 @@ struct Rejected {
 TEST(JsonParser, RejectsWithCodeAndPosition) {
   const std::string too_deep = nested(dovra_json::kMaxNestingDepth + 1);
   const Rejected rows[] = {
-      {"", 19, 0},
-      {" 1", 8, 0},             // ^ no white space before the value
-      {"1 ", 0, 1},             //  ^ nor after it
-      {"1\n", 0, 1},
-      {"[1,]", 8, 3},           //    ^ the string's code wins the tie
-      {"{\"a\":1,}", 8, 7},
-      {"0123.5", 0, 4},         //     ^ digits after a leading zero take no fraction
-      {"01.5", 0, 2},
-      {"1.", 19, 2},
-      {"-", 19, 1},
-      {"1e+", 19, 3},
-      {"1.x", 12, 2},
-      {"1ex", 13, 2},
-      {"1e-x", 13, 3},
-      {"-x", 11, 1},
-      {"[-]", 11, 2},
-      {".5", 8, 0},
-      {"+1", 8, 0},
-      {"tru", 8, 0},            // ^ a failed literal does not advance
-      {"nul", 8, 0},
-      {"truex", 0, 4},
-      {"[truex]", 15, 5},
-      {"[1 2]", 15, 3},
-      {"[1", 19, 2},
-      {"[", 19, 1},
-      {"]", 8, 0},
-      {"{", 19, 1},
-      {"{1:2}", 8, 1},
-      {"{\"a\" 1}", 18, 5},
-      {"{\"a\"", 19, 4},
-      {"{\"a\":", 19, 5},
-      {"{\"a\":1 \"b\":2}", 17, 7},
-      {"\"abc", 19, 4},
-      {"\"a\\q\"", 6, 2},       //   ^ escapes report their backslash
-      {"\"a\\", 19, 2},
-      {"\"\\u12\"", 19, 1},
-      {"\"\\u12g4\"", 5, 1},
-      {"\"\\ud83d\"", 19, 1},   // fewer than six bytes after a high surrogate
-      {"[\"\\ud83d\"]", 19, 2},
-      {"\"\\ud83dabcdef\"", 5, 1},
-      {"\"\\ud83d\\u12g4\"", 5, 1},
-      {"/* c */1", 8, 0, dovra_json::kAllowComments},
-      {"[1,/* c */2]", 8, 3},   // comments are off by default
-      {"[1,/* open", 19, 10, dovra_json::kAllowComments},
-      {"[1,// open", 19, 10, dovra_json::kAllowComments},
-      {"[1 /x]", 15, 3, dovra_json::kAllowComments},
-      {"[1,/", 8, 3, dovra_json::kAllowComments},
-      {too_deep, 20, dovra_json::kMaxNestingDepth},
-      {"[" + too_deep + "]", 20, dovra_json::kMaxNestingDepth},
-      {std::string(dovra_json::kMaxNestingDepth, '[') + "{\"a\":1}", 20, dovra_json::kMaxNestingDepth},
+      {"", fj::kUnexpectedEnd, 0},
+      {" 1", fj::kStringExpected, 0},             // ^ no white space before the value
+      {"1 ", fj::kParseOk, 1},             //  ^ nor after it
+      {"1\n", fj::kParseOk, 1},
+      {"[1,]", fj::kStringExpected, 3},           //    ^ the string's code wins the tie
+      {"{\"a\":1,}", fj::kStringExpected, 7},
+      {"0123.5", fj::kParseOk, 4},         //     ^ digits after a leading zero take no fraction
+      {"01.5", fj::kParseOk, 2},
+      {"1.", fj::kUnexpectedEnd, 2},
+      {"-", fj::kUnexpectedEnd, 1},
+      {"1e+", fj::kUnexpectedEnd, 3},
+      {"1.x", fj::kFractionDigitExpected, 2},
+      {"1ex", fj::kExponentDigitExpected, 2},
+      {"1e-x", fj::kExponentDigitExpected, 3},
+      {"-x", fj::kDigitExpected, 1},
+      {"[-]", fj::kDigitExpected, 2},
+      {".5", fj::kStringExpected, 0},
+      {"+1", fj::kStringExpected, 0},
+      {"tru", fj::kStringExpected, 0},            // ^ a failed literal does not advance
+      {"nul", fj::kStringExpected, 0},
+      {"truex", fj::kParseOk, 4},
+      {"[truex]", fj::kCommaOrBracketExpected, 5},
+      {"[1 2]", fj::kCommaOrBracketExpected, 3},
+      {"[1", fj::kUnexpectedEnd, 2},
+      {"[", fj::kUnexpectedEnd, 1},
+      {"]", fj::kStringExpected, 0},
+      {"{", fj::kUnexpectedEnd, 1},
+      {"{1:2}", fj::kStringExpected, 1},
+      {"{\"a\" 1}", fj::kColonExpected, 5},
+      {"{\"a\"", fj::kUnexpectedEnd, 4},
+      {"{\"a\":", fj::kUnexpectedEnd, 5},
+      {"{\"a\":1 \"b\":2}", fj::kCommaOrBraceExpected, 7},
+      {"\"abc", fj::kUnexpectedEnd, 4},
+      {"\"a\\q\"", fj::kInvalidEscape, 2},       //   ^ escapes report their backslash
+      {"\"a\\", fj::kUnexpectedEnd, 2},
+      {"\"\\u12\"", fj::kUnexpectedEnd, 1},
+      {"\"\\u12g4\"", fj::kInvalidUnicodeEscape, 1},
+      {"\"\\ud83d\"", fj::kUnexpectedEnd, 1},   // fewer than six bytes after a high surrogate
+      {"[\"\\ud83d\"]", fj::kUnexpectedEnd, 2},
+      {"\"\\ud83dabcdef\"", fj::kInvalidUnicodeEscape, 1},
+      {"\"\\ud83d\\u12g4\"", fj::kInvalidUnicodeEscape, 1},
+      {"/* c */1", fj::kStringExpected, 0, dovra_json::kAllowComments},
+      {"[1,/* c */2]", fj::kStringExpected, 3},   // comments are off by default
+      {"[1,/* open", fj::kUnexpectedEnd, 10, dovra_json::kAllowComments},
+      {"[1,// open", fj::kUnexpectedEnd, 10, dovra_json::kAllowComments},
+      {"[1 /x]", fj::kCommaOrBracketExpected, 3, dovra_json::kAllowComments},
+      {"[1,/", fj::kStringExpected, 3, dovra_json::kAllowComments},
+      {too_deep, fj::kNestingTooDeep, dovra_json::kMaxNestingDepth},
+      {"[" + too_deep + "]", fj::kNestingTooDeep, dovra_json::kMaxNestingDepth},
+      {std::string(dovra_json::kMaxNestingDepth, '[') + "{\"a\":1}", fj::kNestingTooDeep, dovra_json::kMaxNestingDepth},
   };
   for (const auto& row : rows) {
     try {
