@@ -155,7 +155,7 @@ def shortest_table(runs, targets):
     targets.add("shortest-double writer", ns["ours"], SHORTEST_TARGET_NS, v)
     fmt = lambda x: "%.1f" % x if x else "-"
     r = "%.2f" % (ns["ours"] / ns["yyjson"]) if ns["ours"] and ns["yyjson"] else "-"
-    lines.append("| ours: the runtime's TextStream::numbers (shortest text, comma, UTF-16) | %s | %s | <= %.0f ns: %s |" % (
+    lines.append("| ours: the runtime's TextOutput::numbers (shortest text, comma, UTF-16) | %s | %s | <= %.0f ns: %s |" % (
         fmt(ns["ours"]), r, SHORTEST_TARGET_NS, v))
     lines.append("| yyjson: yyjson_write_number, comma | %s | | |" % fmt(ns["yyjson"]))
     enc, mb = rate(runs, "encode", "doubles_1000x1000", "ours"), TEXT_MB.get(("encode", "doubles_1000x1000"))

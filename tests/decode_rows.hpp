@@ -39,7 +39,7 @@ inline std::string field_order(const ixArray* a) {
   return s;
 }
 
-// A direct reader's array against the tree's: the same value, and the same
+// The one-pass reader's array against the tree path's: the same value, and the same
 // order of every structure's fields.
 inline void expect_same_reading(const ixArray* direct, const ixArray* tree) {
   EXPECT_TRUE(ixIsEqualN(direct, tree)) << "reader " << shape_of(direct) << ", tree " << shape_of(tree);
