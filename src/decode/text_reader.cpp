@@ -29,11 +29,8 @@ matrix::owned_array TextReader::response() {
     return owned(ixCreateLogicalScalar(false));
   }
   const Mark mark(elements_);
-  bool found = false, listed = false;
-  std::string name;
-  ok(g_.members(p, name, [&](const std::string& key, const Char*& q) {
-    if (found || key != keys::lhs) return g_.skip_value(q);
-    found = true;
+  bool listed = false;
+  first_member(p, keys::lhs, [&](const Char*& q) {
     if (!g_.at(q, '[')) return g_.skip_value(q);
     listed = true;
     return g_.elements(q, [&](const Char*& r) {
@@ -42,7 +39,7 @@ matrix::owned_array TextReader::response() {
       elements_.push_back(std::move(e));
       return fj::kParseOk;
     });
-  }));
+  });
   if (p != g_.end()) decline();
   if (!listed) return owned(ixCreateLogicalScalar(false));
   const dims_vector dims{elements_.size() - mark.at, 1};

@@ -96,6 +96,20 @@ class TextReader {
     std::size_t& depth;
   };
 
+  // Reads the object at p, handing the value of its first member named key
+  // (the first of repeated names counts) to read(q); the rest are read for
+  // their grammar alone.
+  template <class Read>
+  void first_member(const Char*& p, const std::string& key, Read&& read) {
+    bool found = false;
+    std::string name;
+    ok(g_.members(p, name, [&](const std::string& k, const Char*& q) {
+      if (found || k != key) return g_.skip_value(q);
+      found = true;
+      return read(q);
+    }));
+  }
+
   // text_reader.cpp
   matrix::owned_array value(const Char*& p, bool whole = false);
   std::u16string_view string_units(const Char*& p);

@@ -134,15 +134,12 @@ void TextReader::small_leaf(const Char*& p) {
 }
 
 bool TextReader::special_float(const Char*& p, double& out) {
-  bool found = false, valid = false;
-  std::string name;
-  ok(g_.members(p, name, [&](const std::string& key, const Char*& q) {
-    if (found || key != keys::tndata) return g_.skip_value(q);
-    found = true;
+  bool valid = false;
+  first_member(p, keys::tndata, [&](const Char*& q) {
     if (!g_.at(q, '"')) return g_.skip_value(q);
     valid = special_float_value(utf8_string(q), out);
     return fj::kParseOk;
-  }));
+  });
   return valid;
 }
 
