@@ -131,6 +131,10 @@ class TextReader {
   void small_leaf(const Char*& p);
   bool special_float(const Char*& p, double& out);
   matrix::owned_array small_result();
+  // The sizes of the levels down to the leaves.
+  dims_vector known_levels() const {
+    return dims_vector(levels_.begin(), levels_.begin() + std::ptrdiff_t(leaf_level_ + 1));
+  }
   struct Restart {};
   matrix::owned_array matrix_rows(const Char*& p);
   void fill_row(const Char*& p, std::size_t level, std::size_t offset, double* out, const dims_vector& strides);

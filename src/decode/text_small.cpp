@@ -144,7 +144,7 @@ bool TextReader::special_float(const Char*& p, double& out) {
 }
 
 matrix::owned_array TextReader::small_result() {
-  const dims_vector levels(levels_.begin(), levels_.begin() + std::ptrdiff_t(leaf_level_ + 1));
+  const dims_vector levels = known_levels();
   const dims_vector dims = small_result_dims(levels);
   const bool logical = kind_ == SmallKind::kLogical;
   const std::size_t count = logical ? booleans_.size() : numbers_.size();
@@ -189,7 +189,7 @@ matrix::owned_array TextReader::matrix_rows(const Char*& p) {
           numbers_.size() > std::size_t(g_.end() - start) / rows)
         throw Restart{};
       levels_[0] = rows;
-      const dims_vector levels(levels_.begin(), levels_.begin() + std::ptrdiff_t(leaf_level_ + 1));
+      const dims_vector levels = known_levels();
       strides = storage_strides(levels);
       result = uninitialised_array<double>(levels);
       out = data_of<double>(result);

@@ -21,33 +21,18 @@ class Utf8Sink {
     if constexpr (sizeof(Char) == 1) {
       out_.append(p, q);
     } else {
-      // Mostly ASCII, and mostly short (names): narrowed a block at a time.
-      char block[64];
-      while (p != q) {
-        std::size_t n = 0;
-        for (; p != q && n < sizeof block && *p < 0x80; ++p) block[n++] = char(*p);
-        out_.append(block, n);
-        if (n == 0) break;
-      }
+      p = narrow<false>(p, q);
       if (p != q) fl::i18n::codecvt_ustring_to_string("UTF-8").convert(p, std::size_t(q - p), out_);
     }
   }
   // Over UTF-16: plain ASCII up to the first '"' or '\' is narrowed as it
   // is found (names mostly are that); the rest goes by append_run.
   const char16_t* copy_plain(const char16_t* p, const char16_t* end) {
-    for (;;) {
-      char block[64];
-      std::size_t n = 0;
-      for (; p != end && n < sizeof block && *p < 0x80 && *p != '"' && *p != '\\'; ++p) block[n++] = char(*p);
-      out_.append(block, n);
-      if (p == end || *p == '"' || *p == '\\') return p;
-      if (n == 0) {
-        const char16_t* run = p;
-        while (p != end && *p != '"' && *p != '\\') ++p;
-        append_run(run, p);
-        return p;
-      }
-    }
+    p = narrow<true>(p, end);
+    const char16_t* run = p;
+    while (p != end && *p != '"' && *p != '\\') ++p;
+    append_run(run, p);
+    return p;
   }
   void put(char c) { out_.push_back(c); }
   // A \u escape, with the escape after it when the first is a high
@@ -57,6 +42,21 @@ class Utf8Sink {
   }
 
  private:
+  // Narrows the ASCII units from p, a block at a time (mostly there is one:
+  // names are short), up to q or the first unit beyond ASCII (or, with
+  // kStopAtQuote, a '"' or '\\'); returns where it stopped.
+  template <bool kStopAtQuote>
+  const char16_t* narrow(const char16_t* p, const char16_t* q) {
+    for (;;) {
+      char block[64];
+      std::size_t n = 0;
+      for (; p != q && n < sizeof block && *p < 0x80 && !(kStopAtQuote && (*p == '"' || *p == '\\')); ++p)
+        block[n++] = char(*p);
+      out_.append(block, n);
+      if (n < sizeof block) return p;
+    }
+  }
+
   std::string& out_;
 };
 
