@@ -2,6 +2,7 @@
 // without a detour through a codec: nearly all text is ASCII or one of
 // Python's narrow kinds, which convert unit by unit.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -10,6 +11,7 @@
 #endif
 
 #include "convert.hpp"
+#include "ixtal/memory.hpp"
 
 namespace py = pybind11;
 
@@ -35,35 +37,153 @@ struct maybe_unlocked {
   }
 };
 
-// The three loops every text passes through, sixteen units at a time where
-// the compiler would not do it at -O2 by itself.
+// The loops every text passes through, eight or sixteen units at a time
+// where the compiler would not do it at -O2 by itself.
 
-// The OR of every unit: below 0x80 or 0x100 only if every unit is.
-char16_t or_of(const char16_t* in, std::size_t n) {
-  std::size_t i = 0;
-  char16_t r = 0;
+// What one reading of a text says about it: its highest unit, which picks
+// Python's narrowest kind, and whether any unit is a surrogate, which only
+// then needs pairing up.
+struct Survey {
+  char16_t highest = 0;
+  bool surrogates = false;
+};
+
 #ifdef __SSE2__
-  __m128i acc = _mm_setzero_si128();
-  for (; i + 8 <= n; i += 8) acc = _mm_or_si128(acc, _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)));
-  alignas(16) std::uint16_t lanes[8];
-  _mm_store_si128(reinterpret_cast<__m128i*>(lanes), acc);
-  for (auto l : lanes) r |= l;
+__m128i load8(const char16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// All ones in the lanes that hold a surrogate.
+__m128i surrogate_lanes(__m128i v) {
+  return _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(short(0xF800))), _mm_set1_epi16(short(0xD800)));
+}
+
+bool any_surrogate(const char16_t* p) { return _mm_movemask_epi8(surrogate_lanes(load8(p))) != 0; }
 #endif
-  for (; i < n; ++i) r |= in[i];
-  return r;
+
+Survey survey(const char16_t* in, std::size_t n) {
+  Survey s;
+  std::size_t i = 0;
+#ifdef __SSE2__
+  if (n >= 8) {
+    // SSE2 compares 16-bit lanes as signed only: with the top bit flipped,
+    // the signed order is the unsigned one.
+    const __m128i flip = _mm_set1_epi16(short(0x8000));
+    __m128i top = flip, sur = _mm_setzero_si128();
+    auto add = [&](__m128i v) {
+      top = _mm_max_epi16(top, _mm_xor_si128(v, flip));
+      sur = _mm_or_si128(sur, surrogate_lanes(v));
+    };
+    for (; i + 8 <= n; i += 8) add(load8(in + i));
+    if (i < n) add(load8(in + n - 8));  // the tail, overlapping what was read
+    top = _mm_max_epi16(top, _mm_shuffle_epi32(top, _MM_SHUFFLE(1, 0, 3, 2)));
+    top = _mm_max_epi16(top, _mm_shuffle_epi32(top, _MM_SHUFFLE(2, 3, 0, 1)));
+    top = _mm_max_epi16(top, _mm_shufflelo_epi16(top, _MM_SHUFFLE(2, 3, 0, 1)));
+    s.highest = char16_t(_mm_extract_epi16(top, 0) ^ 0x8000);
+    s.surrogates = _mm_movemask_epi8(sur) != 0;
+    return s;
+  }
+#endif
+  for (; i < n; ++i) {
+    if (in[i] > s.highest) s.highest = in[i];
+    s.surrogates |= is_surrogate(in[i]);
+  }
+  return s;
+}
+
+constexpr std::size_t kUnpaired = std::size_t(-1);
+
+// The surrogate pairs of a text that holds surrogates, or kUnpaired if one
+// stands alone.
+std::size_t pairs_of(const char16_t* in, std::size_t n) {
+  std::size_t pairs = 0;
+  for (std::size_t i = 0; i < n;) {
+    std::size_t end = n;
+#ifdef __SSE2__
+    if (i + 8 <= n) {
+      if (!any_surrogate(in + i)) {
+        i += 8;
+        continue;
+      }
+      end = i + 8;
+    }
+#endif
+    while (i < end) {
+      const char16_t u = in[i];
+      if (!is_surrogate(u)) {
+        ++i;
+      } else if (u < 0xDC00 && i + 1 < n && in[i + 1] >= 0xDC00 && in[i + 1] < 0xE000) {
+        ++pairs;
+        i += 2;  // may end past the block: the next one starts there
+      } else {
+        return kUnpaired;
+      }
+    }
+  }
+  return pairs;
+}
+
+// Well-paired units to code points.
+void combine(const char16_t* in, std::size_t n, Py_UCS4* out) {
+  for (std::size_t i = 0; i < n;) {
+    std::size_t end = n;
+#ifdef __SSE2__
+    if (i + 8 <= n) {
+      const __m128i v = load8(in + i);
+      if (!_mm_movemask_epi8(surrogate_lanes(v))) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi16(v, _mm_setzero_si128()));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), _mm_unpackhi_epi16(v, _mm_setzero_si128()));
+        i += 8;
+        out += 8;
+        continue;
+      }
+      end = i + 8;
+    }
+#endif
+    while (i < end) {
+      Py_UCS4 c = in[i++];
+      if (is_surrogate(char16_t(c))) c = 0x10000 + ((c - 0xD800) << 10) + (in[i++] - 0xDC00);
+      *out++ = c;
+    }
+  }
 }
 
 // Units below 0x100 to bytes.
 void narrow(const char16_t* in, std::size_t n, unsigned char* out) {
   std::size_t i = 0;
 #ifdef __SSE2__
-  for (; i + 16 <= n; i += 16) {
-    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 8));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(lo, hi));
-  }
+  for (; i + 16 <= n; i += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(load8(in + i), load8(in + i + 8)));
 #endif
   for (; i < n; ++i) out[i] = static_cast<unsigned char>(in[i]);
+}
+
+// Narrows for as long as the text is ASCII, which nearly every written text
+// is, so that a long one is read once rather than surveyed first: returns
+// how many units are narrowed (n when all are), stopping at the start of
+// the first piece that is not ASCII.
+std::size_t narrow_ascii(const char16_t* in, std::size_t n, unsigned char* out) {
+  constexpr std::size_t kPiece = 4096;
+  for (std::size_t at = 0; at < n; at += kPiece) {
+    const std::size_t m = std::min(kPiece, n - at);
+    std::size_t i = 0;
+    char16_t seen = 0;
+#ifdef __SSE2__
+    __m128i acc = _mm_setzero_si128();
+    for (; i + 16 <= m; i += 16) {
+      const __m128i lo = load8(in + at + i), hi = load8(in + at + i + 8);
+      acc = _mm_or_si128(acc, _mm_or_si128(lo, hi));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at + i), _mm_packus_epi16(lo, hi));
+    }
+    // Any unit of 0x80 or more sets a bit that 0xFF80 keeps.
+    seen = _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(acc, _mm_set1_epi16(short(0xFF80))),
+                                             _mm_setzero_si128())) != 0xFFFF;
+#endif
+    for (; i < m; ++i) {
+      seen |= in[at + i] >> 7;
+      out[at + i] = static_cast<unsigned char>(in[at + i]);
+    }
+    if (seen) return at;
+  }
+  return n;
 }
 
 // Bytes (Latin-1 characters) to units.
@@ -80,73 +200,76 @@ void widen(const unsigned char* in, std::size_t n, char16_t* out) {
   for (; i < n; ++i) out[i] = in[i];
 }
 
-}  // namespace
-
-py::str chars_to_str(const char16_t* units, std::size_t n) {
-  char16_t highest = 0;
-  std::size_t pairs = 0;
-  bool lone = false;
-  {
-    maybe_unlocked unlocked(n);
-    highest = or_of(units, n);
-    if (highest >= 0xD800)
-      for (std::size_t i = 0; i < n; ++i) {
-        if (!is_surrogate(units[i])) continue;
-        if (units[i] < 0xDC00 && i + 1 < n && units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000) {
-          ++pairs;
-          ++i;
-        } else {
-          lone = true;
-        }
-      }
+// Code points to units: two for each above the BMP. Returns the units
+// written.
+std::size_t split(const Py_UCS4* in, std::size_t n, char16_t* out) {
+  char16_t* o = out;
+  std::size_t i = 0;
+#ifdef __SSE2__
+  // SSE2 packs 32-bit lanes to 16 with signed saturation only: shifted down
+  // by 0x8000 every BMP code point fits, and shifting back restores it.
+  const __m128i shift = _mm_set1_epi32(0x8000), bmp = _mm_set1_epi32(0xFFFF);
+  for (; i + 8 <= n; i += 8) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 4));
+    const __m128i beyond = _mm_or_si128(_mm_cmpgt_epi32(a, bmp), _mm_cmpgt_epi32(b, bmp));
+    if (_mm_movemask_epi8(beyond)) break;
+    const __m128i packed = _mm_packs_epi32(_mm_sub_epi32(a, shift), _mm_sub_epi32(b, shift));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_add_epi16(packed, _mm_set1_epi16(short(0x8000))));
+    o += 8;
   }
-  if (lone)  // kept as they are, which only the codec does
-    return py::reinterpret_steal<py::str>(steal(PyUnicode_DecodeUTF16(
-        reinterpret_cast<const char*>(units), Py_ssize_t(2 * n), "surrogatepass", nullptr)).release());
-  // highest is the OR of every unit: below 0x80 or 0x100 only if every unit
-  // is, and at or above 0x100 only if one is.
-  const Py_UCS4 bound = pairs ? 0x10FFFF : highest < 0x80 ? 0x7F : highest < 0x100 ? 0xFF : 0xFFFF;
-  auto s = py::reinterpret_steal<py::str>(steal(PyUnicode_New(Py_ssize_t(n - pairs), bound)).release());
-  void* out = PyUnicode_DATA(s.ptr());
-  maybe_unlocked unlocked(n);
-  if (pairs) {
-    auto* o = static_cast<Py_UCS4*>(out);
-    for (std::size_t i = 0; i < n; ++i) {
-      Py_UCS4 c = units[i];
-      if (is_surrogate(units[i])) c = 0x10000 + ((c - 0xD800) << 10) + (units[++i] - 0xDC00);
-      *o++ = c;
+#endif
+  for (; i < n; ++i) {
+    const Py_UCS4 c = in[i];
+    if (c > 0xFFFF) {
+      *o++ = char16_t(0xD800 + ((c - 0x10000) >> 10));
+      *o++ = char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+      *o++ = char16_t(c);
     }
-  } else if (bound == 0xFFFF) {
-    std::memcpy(out, units, 2 * n);
-  } else {
-    narrow(units, n, static_cast<Py_UCS1*>(out));
   }
-  return s;
+  return std::size_t(o - out);
 }
 
-py::bytes chars_to_utf8(const char16_t* units, std::size_t n) {
-  std::size_t size = 0;
-  {
-    maybe_unlocked unlocked(n);
-    const bool ascii = or_of(units, n) < 0x80;  // nearly every text written
-    for (std::size_t i = 0; i < n && !ascii; ++i) {
-      const char16_t u = units[i];
-      if (u < 0x80) size += 1;
-      else if (u < 0x800) size += 2;
-      else if (u >= 0xD800 && u < 0xDC00 && i + 1 < n && units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000) {
-        size += 4;
-        ++i;
-      } else size += 3;
+// The str of a text surveyed as s; null with Python's error set when
+// Python cannot make it.
+PyObject* str_of(const char16_t* units, std::size_t n, Survey s) {
+  std::size_t pairs = 0;
+  if (s.surrogates) {
+    {
+      maybe_unlocked unlocked(n);
+      pairs = pairs_of(units, n);
     }
-    if (ascii) size = n;
+    if (pairs == kUnpaired)  // kept as they are, which only the codec does
+      return PyUnicode_DecodeUTF16(reinterpret_cast<const char*>(units), Py_ssize_t(2 * n), "surrogatepass", nullptr);
   }
-  auto b = py::reinterpret_steal<py::bytes>(steal(PyBytes_FromStringAndSize(nullptr, Py_ssize_t(size))).release());
-  auto* out = reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(b.ptr()));
+  const Py_UCS4 bound = pairs ? 0x10FFFF : s.highest < 0x80 ? 0x7F : s.highest < 0x100 ? 0xFF : 0xFFFF;
+  PyObject* str = PyUnicode_New(Py_ssize_t(n - pairs), bound);
+  if (!str) return nullptr;
+  void* out = PyUnicode_DATA(str);
   maybe_unlocked unlocked(n);
-  if (size == n) {
-    narrow(units, n, out);
-    return b;
+  if (pairs) combine(units, n, static_cast<Py_UCS4*>(out));
+  else if (bound == 0xFFFF) std::memcpy(out, units, 2 * n);
+  else narrow(units, n, static_cast<Py_UCS1*>(out));
+  return str;
+}
+
+// The UTF-8 bytes of units that are not all ASCII.
+std::size_t utf8_size(const char16_t* units, std::size_t n) {
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const char16_t u = units[i];
+    if (u < 0x80) size += 1;
+    else if (u < 0x800) size += 2;
+    else if (u >= 0xD800 && u < 0xDC00 && i + 1 < n && units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000) {
+      size += 4;
+      ++i;
+    } else size += 3;
   }
+  return size;
+}
+
+void write_utf8(const char16_t* units, std::size_t n, unsigned char* out) {
   for (std::size_t i = 0; i < n; ++i) {
     char32_t c = units[i];
     if (c < 0x80) {
@@ -166,6 +289,49 @@ py::bytes chars_to_utf8(const char16_t* units, std::size_t n) {
       *out++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
     }
   }
+}
+
+}  // namespace
+
+PyObject* new_str(const char16_t* units, std::size_t n) {
+  if (n < kLongText) return str_of(units, n, survey(units, n));
+  // A long text is nearly always written JSON, and ASCII: made ASCII at
+  // first, it is read once; otherwise what was ASCII need not be surveyed.
+  PyObject* ascii = PyUnicode_New(Py_ssize_t(n), 0x7F);
+  if (!ascii) return nullptr;
+  std::size_t done = 0;
+  Survey rest;
+  {
+    py::gil_scoped_release unlocked;
+    done = narrow_ascii(units, n, PyUnicode_1BYTE_DATA(ascii));
+    if (done < n) rest = survey(units + done, n - done);
+  }
+  if (done == n) return ascii;
+  Py_DECREF(ascii);
+  return str_of(units, n, rest);
+}
+
+py::str chars_to_str(const char16_t* units, std::size_t n) {
+  return py::reinterpret_steal<py::str>(steal(new_str(units, n)).release());
+}
+
+py::bytes chars_to_utf8(const char16_t* units, std::size_t n) {
+  // Made ASCII at first, as a str is: the ASCII prefix is kept if the rest
+  // is not.
+  auto ascii = py::reinterpret_steal<py::bytes>(steal(PyBytes_FromStringAndSize(nullptr, Py_ssize_t(n))).release());
+  auto* prefix = reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(ascii.ptr()));
+  std::size_t done = 0, rest = 0;
+  {
+    maybe_unlocked unlocked(n);
+    done = narrow_ascii(units, n, prefix);
+    if (done < n) rest = utf8_size(units + done, n - done);
+  }
+  if (done == n) return ascii;
+  auto b = py::reinterpret_steal<py::bytes>(steal(PyBytes_FromStringAndSize(nullptr, Py_ssize_t(done + rest))).release());
+  auto* out = reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(b.ptr()));
+  maybe_unlocked unlocked(n);
+  std::memcpy(out, prefix, done);
+  write_utf8(units + done, n - done, out + done);
   return b;
 }
 
@@ -179,12 +345,18 @@ matrix::owned_array str_to_chars(py::handle text, bool drop_final_line_ending) {
   // Text read from a file ends with a line ending, which the library would
   // take for text after the value; like dovra-json, one is dropped.
   if (drop_final_line_ending && src.length && at(src.length - 1) == '\n') src.length -= src.length > 1 && at(src.length - 2) == '\r' ? 2 : 1;
+  maybe_unlocked unlocked(src.length);
+  // Room for two units a character is what a text beyond the BMP may need:
+  // a large block keeps it unwritten, so only a short text is counted.
   std::size_t room = src.length;
   if (src.kind == PyUnicode_4BYTE_KIND) {
-    const auto* c = static_cast<const Py_UCS4*>(src.data);
-    for (std::size_t i = 0; i < src.length; ++i) room += c[i] > 0xFFFF;
+    if (2 * src.length * sizeof(char16_t) >= ixtal::kLargeBlock) {
+      room = 2 * src.length;
+    } else {
+      const auto* c = static_cast<const Py_UCS4*>(src.data);
+      for (std::size_t i = 0; i < src.length; ++i) room += c[i] > 0xFFFF;
+    }
   }
-  maybe_unlocked unlocked(room);
   return matrix::owned_array(ixCreateStringInPlace(room, [](char16_t* out, void* context) {
     const auto& s = *static_cast<const Source*>(context);
     switch (s.kind) {
@@ -194,19 +366,8 @@ matrix::owned_array str_to_chars(py::handle text, bool drop_final_line_ending) {
       case PyUnicode_2BYTE_KIND:
         std::memcpy(out, s.data, 2 * s.length);
         return s.length;
-      default: {
-        char16_t* o = out;
-        for (std::size_t i = 0; i < s.length; ++i) {
-          const Py_UCS4 c = static_cast<const Py_UCS4*>(s.data)[i];
-          if (c > 0xFFFF) {
-            *o++ = char16_t(0xD800 + ((c - 0x10000) >> 10));
-            *o++ = char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
-          } else {
-            *o++ = char16_t(c);
-          }
-        }
-        return std::size_t(o - out);
-      }
+      default:
+        return split(static_cast<const Py_UCS4*>(s.data), s.length, out);
     }
   }, &src));
 }
