@@ -204,28 +204,34 @@ void widen(const unsigned char* in, std::size_t n, char16_t* out) {
 // written.
 std::size_t split(const Py_UCS4* in, std::size_t n, char16_t* out) {
   char16_t* o = out;
-  std::size_t i = 0;
+  for (std::size_t i = 0; i < n;) {
+    std::size_t end = n;
 #ifdef __SSE2__
-  // SSE2 packs 32-bit lanes to 16 with signed saturation only: shifted down
-  // by 0x8000 every BMP code point fits, and shifting back restores it.
-  const __m128i shift = _mm_set1_epi32(0x8000), bmp = _mm_set1_epi32(0xFFFF);
-  for (; i + 8 <= n; i += 8) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 4));
-    const __m128i beyond = _mm_or_si128(_mm_cmpgt_epi32(a, bmp), _mm_cmpgt_epi32(b, bmp));
-    if (_mm_movemask_epi8(beyond)) break;
-    const __m128i packed = _mm_packs_epi32(_mm_sub_epi32(a, shift), _mm_sub_epi32(b, shift));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_add_epi16(packed, _mm_set1_epi16(short(0x8000))));
-    o += 8;
-  }
+    if (i + 8 <= n) {
+      // SSE2 packs 32-bit lanes to 16 with signed saturation only: shifted
+      // down by 0x8000 every BMP code point fits, and shifting back
+      // restores it.
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 4));
+      const __m128i bmp = _mm_set1_epi32(0xFFFF), shift = _mm_set1_epi32(0x8000);
+      if (!_mm_movemask_epi8(_mm_or_si128(_mm_cmpgt_epi32(a, bmp), _mm_cmpgt_epi32(b, bmp)))) {
+        const __m128i packed = _mm_packs_epi32(_mm_sub_epi32(a, shift), _mm_sub_epi32(b, shift));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_add_epi16(packed, _mm_set1_epi16(short(0x8000))));
+        o += 8;
+        i += 8;
+        continue;
+      }
+      end = i + 8;
+    }
 #endif
-  for (; i < n; ++i) {
-    const Py_UCS4 c = in[i];
-    if (c > 0xFFFF) {
-      *o++ = char16_t(0xD800 + ((c - 0x10000) >> 10));
-      *o++ = char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      *o++ = char16_t(c);
+    for (; i < end; ++i) {
+      const Py_UCS4 c = in[i];
+      if (c > 0xFFFF) {
+        *o++ = char16_t(0xD800 + ((c - 0x10000) >> 10));
+        *o++ = char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
+      } else {
+        *o++ = char16_t(c);
+      }
     }
   }
   return std::size_t(o - out);

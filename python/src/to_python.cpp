@@ -80,30 +80,22 @@ PyArray_Descr* object_descr() {
 class Converter {
  public:
   py::object value(const ixArray* a);
-  // A cell's elements in an object array; with owner (the cell itself), each
-  // is destroyed as soon as it is converted, while its records are still in
-  // the cache, rather than in a second walk over them all.
-  py::object cell(const ixArrayHeader& h, const ixArray* a, ixArray* owner = nullptr);
 
  private:
   py::object numeric(const ixArrayHeader& h, const ixArray* a, const NumericClass& c);
   py::object chars(const ixArrayHeader& h, const ixArray* a);
   py::object strings(const ixArray* a);
+  py::object cell(const ixArrayHeader& h, const ixArray* a);
   py::object structure(const ixArrayHeader& h, const ixArray* a);
   py::object record(ixArray* const* fields, const py::tuple& names);
   const py::tuple& names_of(const ixArray* s);
 
   // Field names as str, once per list of names: structures made alike share
-  // one list, so a table of records makes its keys once. The list is known
-  // by its address, which an empty structure made alike keeps alive while
-  // the records that shared it are destroyed one by one.
-  struct Layout {
-    py::tuple names;
-    matrix::owned_array keeper;
-  };
-  std::unordered_map<const std::string*, Layout> names_;
+  // one list, so a table of records makes its keys once.
+  std::unordered_map<const std::string*, py::tuple> names_;
   const std::string* last_key_ = nullptr;
-  const Layout* last_ = nullptr;
+  const ixArray* last_struct_ = nullptr;  // whose names last_names_ holds
+  const py::tuple* last_names_ = nullptr;
 };
 
 py::object Converter::value(const ixArray* a) {
@@ -172,13 +164,10 @@ py::object Converter::strings(const ixArray* a) {
   return out;
 }
 
-py::object Converter::cell(const ixArrayHeader& h, const ixArray* a, ixArray* owner) {
+py::object Converter::cell(const ixArrayHeader& h, const ixArray* a) {
   auto out = new_array(object_descr(), shape_of(a, sizeof(PyObject*)));
   ixArray* const* elements = ixGetContents(a);
-  for (ixSize i = 0; i < h.count; ++i) {
-    put(out, i, elements[i] ? value(elements[i]) : py::none());
-    if (owner) ixSetCell(owner, i, nullptr);
-  }
+  for (ixSize i = 0; i < h.count; ++i) put(out, i, elements[i] ? value(elements[i]) : py::none());
   return out;
 }
 
@@ -193,49 +182,38 @@ bool same_names(const ixArray* a, const ixArray* b) {
 
 const py::tuple& Converter::names_of(const ixArray* s) {
   const std::string* key = &ixGetFieldName(s, 0);
-  if (key == last_key_) return last_->names;
+  if (key == last_key_) return *last_names_;
   // Records made one by one have lists of their own; consecutive ones
   // usually have the same names all the same.
-  if (last_ && same_names(s, last_->keeper.get())) {
+  if (last_struct_ && same_names(s, last_struct_)) {
     last_key_ = key;
-    return last_->names;
+    return *last_names_;
   }
   auto [it, made] = names_.try_emplace(key);
   if (made) {
-    try {
-      const int n = ixGetNumberOfFields(s);
-      py::tuple names(n);
-      for (int f = 0; f < n; ++f) {
-        const std::string& name = ixGetFieldName(s, f);
-        PyObject* str = PyUnicode_DecodeUTF8(name.data(), Py_ssize_t(name.size()), "surrogatepass");
-        if (!str) throw py::error_already_set();
-        PyUnicode_InternInPlace(&str);
-        PyTuple_SET_ITEM(names.ptr(), f, str);
+    const int n = ixGetNumberOfFields(s);
+    py::tuple names(n);
+    for (int f = 0; f < n; ++f) {
+      const std::string& name = ixGetFieldName(s, f);
+      PyObject* str = PyUnicode_DecodeUTF8(name.data(), Py_ssize_t(name.size()), "surrogatepass");
+      if (!str) {
+        names_.erase(it);
+        throw py::error_already_set();
       }
-      const ixSize none[2] = {0, 0};
-      it->second = {std::move(names), matrix::owned_array(ixCreateStructArrayLike(2, none, s))};
-    } catch (...) {
-      names_.erase(it);
-      throw;
+      PyUnicode_InternInPlace(&str);
+      PyTuple_SET_ITEM(names.ptr(), f, str);
     }
+    it->second = std::move(names);
   }
   last_key_ = key;
-  last_ = &it->second;
-  return it->second.names;
-}
-
-// A dict of a record's fields; one of more than the five entries a new
-// dict holds is made with room for all.
-PyObject* new_dict(Py_ssize_t n) {
-#if PY_VERSION_HEX < 0x030D0000
-  if (n > 5) return _PyDict_NewPresized(n);
-#endif
-  return PyDict_New();
+  last_struct_ = s;
+  last_names_ = &it->second;
+  return it->second;
 }
 
 py::object Converter::record(ixArray* const* fields, const py::tuple& names) {
+  auto d = steal(PyDict_New());
   const Py_ssize_t n = PyTuple_GET_SIZE(names.ptr());
-  auto d = steal(new_dict(n));
   for (Py_ssize_t f = 0; f < n; ++f) {
     py::object v = fields[f] ? value(fields[f]) : py::none();
     if (PyDict_SetItem(d.ptr(), PyTuple_GET_ITEM(names.ptr(), f), v.ptr()) < 0) throw py::error_already_set();
@@ -288,7 +266,7 @@ py::object to_python(matrix::owned_array a) {
   const ixArrayHeader h = ixGetHeader(a.get());
   const NumericClass* c = h.sparse ? nullptr : numeric_class_of(h.class_id, h.complex);
   if (!c || h.count * c->itemsize < kHandOverBytes) {
-    py::object out = h.class_id == ixCELL_CLASS ? Converter().cell(h, a.get(), a.get()) : Converter().value(a.get());
+    py::object out = Converter().value(a.get());
     dispose(std::move(a));
     return out;
   }
@@ -311,11 +289,7 @@ py::list outputs_to_python(matrix::owned_array response) {
   ixArray* const* outputs = ixGetContents(response.get());
   py::list out(n);
   Converter convert;
-  // Each output is destroyed once converted, while it is still in the cache.
-  for (ixSize i = 0; i < n; ++i) {
-    PyList_SET_ITEM(out.ptr(), Py_ssize_t(i), convert.value(outputs[i]).release().ptr());
-    ixSetCell(response.get(), i, nullptr);
-  }
+  for (ixSize i = 0; i < n; ++i) PyList_SET_ITEM(out.ptr(), Py_ssize_t(i), convert.value(outputs[i]).release().ptr());
   dispose(std::move(response));
   return out;
 }
