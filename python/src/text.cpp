@@ -322,23 +322,22 @@ py::str chars_to_str(const char16_t* units, std::size_t n) {
 }
 
 py::bytes chars_to_utf8(const char16_t* units, std::size_t n) {
-  // Made ASCII at first, as a str is: the ASCII prefix is kept if the rest
-  // is not.
-  auto ascii = py::reinterpret_steal<py::bytes>(steal(PyBytes_FromStringAndSize(nullptr, Py_ssize_t(n))).release());
-  auto* prefix = reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(ascii.ptr()));
+  // Made ASCII at first, as a str is; if the text is not, the bytes grow to
+  // its UTF-8 (in place for a large block) and the ASCII prefix stays.
+  PyObject* b = PyBytes_FromStringAndSize(nullptr, Py_ssize_t(n));
+  if (!b) throw py::error_already_set();
   std::size_t done = 0, rest = 0;
   {
     maybe_unlocked unlocked(n);
-    done = narrow_ascii(units, n, prefix);
+    done = narrow_ascii(units, n, reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(b)));
     if (done < n) rest = utf8_size(units + done, n - done);
   }
-  if (done == n) return ascii;
-  auto b = py::reinterpret_steal<py::bytes>(steal(PyBytes_FromStringAndSize(nullptr, Py_ssize_t(done + rest))).release());
-  auto* out = reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(b.ptr()));
-  maybe_unlocked unlocked(n);
-  std::memcpy(out, prefix, done);
-  write_utf8(units + done, n - done, out + done);
-  return b;
+  if (done < n) {
+    if (_PyBytes_Resize(&b, Py_ssize_t(done + rest)) < 0) throw py::error_already_set();  // b is freed
+    maybe_unlocked unlocked(n);
+    write_utf8(units + done, n - done, reinterpret_cast<unsigned char*>(PyBytes_AS_STRING(b)) + done);
+  }
+  return py::reinterpret_steal<py::bytes>(b);
 }
 
 matrix::owned_array str_to_chars(py::handle text, bool drop_final_line_ending) {
