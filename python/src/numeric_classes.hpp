@@ -7,6 +7,7 @@
 
 #include "numpy_api.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -67,10 +68,30 @@ inline constexpr auto kNumericClasses = [] {
   return table;
 }();
 
+namespace detail {
+
+inline constexpr int kClassSlots = [] {
+  int top = 0;
+  for (const auto& c : kNumericClasses) top = std::max(top, int(c.cls));
+  return top + 1;
+}();
+
+// Where each class's row is, real and complex (-1: none): every value a
+// document decodes to asks, so it is one look, not a search.
+inline constexpr auto kRowOf = [] {
+  std::array<std::array<signed char, kClassSlots>, 2> rows{};
+  for (auto& r : rows) r.fill(-1);
+  for (std::size_t i = 0; i < kNumericClasses.size(); ++i)
+    rows[kNumericClasses[i].complex][kNumericClasses[i].cls] = static_cast<signed char>(i);
+  return rows;
+}();
+
+}  // namespace detail
+
 inline const NumericClass* numeric_class_of(ixClassID cls, bool complex) noexcept {
-  for (const auto& c : kNumericClasses)
-    if (c.cls == cls && c.complex == complex) return &c;
-  return nullptr;
+  if (unsigned(cls) >= unsigned(detail::kClassSlots)) return nullptr;
+  const int row = detail::kRowOf[complex][cls];
+  return row < 0 ? nullptr : &kNumericClasses[std::size_t(row)];
 }
 
 // The class of a dtype of native or either byte order; null when none has it.
