@@ -30,11 +30,8 @@ pybind11::list outputs_to_python(matrix::owned_array response);
 // EncodeNestingTooDeep (as ixtal::HostError).
 matrix::owned_array from_python(pybind11::handle value);
 
-// UTF-16 code units as a str (lone surrogates kept); the GIL is released
-// for long texts. new_str is the same as a new reference, null with
-// Python's error set when it cannot be made.
+// UTF-16 code units as a str (lone surrogates kept).
 pybind11::str chars_to_str(const char16_t* units, std::size_t n);
-PyObject* new_str(const char16_t* units, std::size_t n);
 // UTF-16 code units as UTF-8 bytes (lone surrogates as Python's
 // "surrogatepass" writes them); the GIL is released for large texts.
 pybind11::bytes chars_to_utf8(const char16_t* units, std::size_t n);

@@ -297,8 +297,8 @@ void write_utf8(const char16_t* units, std::size_t n, unsigned char* out) {
   }
 }
 
-}  // namespace
-
+// The str of units, a new reference; null with Python's error set when it
+// cannot be made.
 PyObject* new_str(const char16_t* units, std::size_t n) {
   if (n < kLongText) return str_of(units, n, survey(units, n));
   // A long text is nearly always written JSON, and ASCII: made ASCII at
@@ -316,6 +316,8 @@ PyObject* new_str(const char16_t* units, std::size_t n) {
   Py_DECREF(ascii);
   return str_of(units, n, rest);
 }
+
+}  // namespace
 
 py::str chars_to_str(const char16_t* units, std::size_t n) {
   return py::reinterpret_steal<py::str>(steal(new_str(units, n)).release());
