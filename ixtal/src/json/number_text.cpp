@@ -1,63 +1,132 @@
 #include "number_text.hpp"
 
-// Dragonbox from fmt's header (the build keeps fmt's inline functions out
-// of the runtime's exported symbols).
-#define FMT_HEADER_ONLY
-#include <fmt/format.h>
+#include <type_traits>
 
 namespace foundation::json::number_text {
 namespace {
 
-// The digits come from fmt's Dragonbox, used from its header: faster than
-// std::to_chars (see bench/README.md), and no library to load.
+#include "powers_of_ten.inc"
+
+// The shortest digits of a finite x >= 0 and their power of ten: the
+// shortest decimal in the interval of reals that round to x, the nearest
+// to x among the shortest, ties to the even digit. The scaled bounds of
+// the interval come from one 128-bit power of ten each, so that every
+// choice below is a comparison of whole numbers, made without a branch
+// (doubles of 16 and 17 digits come about equally often: a branch on which
+// mispredicts half the time).
+struct Decimal {
+  std::uint64_t digits;
+  int exponent;
+};
+
+// (g * cp) / 2^128, rounded to odd: whole results stay exact, the others
+// keep a one below the point, so that comparisons with whole numbers come
+// out as for the exact product.
+inline std::uint64_t scaled(const std::uint64_t* g, std::uint64_t cp) noexcept {
+  const unsigned __int128 low = static_cast<unsigned __int128>(g[1]) * cp;
+  const unsigned __int128 high = static_cast<unsigned __int128>(g[0]) * cp;
+  const unsigned __int128 middle = high + std::uint64_t(low >> 64);
+  return std::uint64_t(middle >> 64) | (std::uint64_t(middle) != 0);
+}
+
+template <class F>
+Decimal shortest_digits(F x) noexcept {
+  using Bits = std::conditional_t<sizeof(F) == 8, std::uint64_t, std::uint32_t>;
+  constexpr int kFraction = std::numeric_limits<F>::digits - 1;
+  constexpr int kLeastExponent = std::numeric_limits<F>::min_exponent - 1 - kFraction;  // of the least subnormal
+  const Bits bits = std::bit_cast<Bits>(x);
+  const std::uint64_t fraction = bits & ((Bits(1) << kFraction) - 1);
+  const int biased = int(bits >> kFraction);
+  const std::uint64_t c = biased ? fraction | (std::uint64_t(1) << kFraction) : fraction;
+  const int q = biased ? biased - 1 + kLeastExponent : kLeastExponent;
+  // Just above a power of two the values below are half as far apart.
+  const bool closer_below = fraction == 0 && biased > 1;
+  const std::uint64_t odd = c & 1;  // the interval's ends round to x only when c is even
+  const std::int64_t k = (std::int64_t(q) * 661971961083 - (closer_below ? 274743187321 : 0)) >> 41;
+  const int h = q + int((-k * 913124641741) >> 38) + 1;  // 0 to 7: bounds * 2^h fit 64 bits
+  const std::uint64_t* const g = kPowersOfTen128[-k - kLeastPowerOfTen];
+  const std::uint64_t cb = c << 2;
+  const std::uint64_t vb = scaled(g, cb << h);               // 4 x / 10^k
+  const std::uint64_t vbl = scaled(g, (cb - 2 + closer_below) << h) + odd;  // the interval in the same units
+  const std::uint64_t vbr = scaled(g, (cb + 2) << h) - odd;
+  const std::uint64_t s = vb >> 2;
+  // One digit fewer: at most one multiple of ten fits in the interval.
+  const std::uint64_t shorter = s / 10;
+  const bool low_in = vbl <= 40 * shorter, high_in = 40 * shorter + 40 <= vbr;
+  if (low_in != high_in) return {shorter + high_in, int(k) + 1};
+  // Else s or s + 1, whichever is in; both: the nearer, ties to even.
+  const bool s_in = vbl <= 4 * s, next_in = 4 * s + 4 <= vbr;
+  const bool nearer_above = vb > 4 * s + 2 || (vb == 4 * s + 2 && (s & 1));
+  return {s + (s_in != next_in ? next_in : nearer_above), int(k)};
+}
+
+// The digits without trailing zeros: a rare loop (one in ten shortest
+// doubles ends in zero).
+template <class F>
+Decimal shortest_decimal(F x) noexcept {
+  if (x == 0) return {0, 0};  // no interval around it: its bounds would wrap
+  Decimal d = shortest_digits(x);
+  while (d.digits % 10 == 0) [[unlikely]] {
+    d.digits /= 10;
+    ++d.exponent;
+  }
+  return d;
+}
+
+inline void copy16(char* to, const char* from) noexcept { std::memcpy(to, from, 16); }
+
+// The text of x from its shortest digits. Every notation is cut from one
+// row of digits: 17 places with leading zeros, and eight more zeros before
+// them for "0.000ddd"; the pieces are copied in fixed widths, so that only
+// the notation is a branch, not the digit count.
 template <class F>
 char* shortest(char* p, F x) noexcept {
-  const auto decimal = fmt::detail::dragonbox::to_decimal(std::fabs(x));
-  const std::uint64_t digits = decimal.significand;
+  const Decimal decimal = shortest_decimal(std::fabs(x));
+  const std::uint64_t digits = decimal.digits;
   const int e = decimal.exponent;
   const int n = decimal_digits(digits);
   char* const start = p;
   *p = '-';
   p += std::signbit(x);
+
+  alignas(16) char row[64];
+  char* const last = digit_row(row, digits);  // one past the 17th place
+  const char* const s = last - n;             // the first significant digit
+
   const int point = n + e;  // digits before the decimal point
   const int exponent = point - 1;
   const int scientific = n + (n > 1) + (exponent <= -100 || exponent >= 100 ? 5 : 4);
   const int fixed = e >= 0 ? point : point > 0 ? n + 1 : 2 - e;
   if (fixed <= scientific) {
-    if (e >= 0) {
-      // Fixed notation spells out a whole number's exact value, which is
-      // its shortest digits padded with zeros only where every whole number
-      // is exact (float 4032688896 is not 4032689000). Beyond that, rarely.
-      constexpr F kExactWholeBound = F(std::uint64_t(1) << std::numeric_limits<F>::digits);
-      if (std::fabs(x) >= kExactWholeBound) [[unlikely]] return std::to_chars(start, start + kNumberRoom, x).ptr;
-      p = write_digits(p, digits, n);
-      std::memset(p, '0', std::size_t(e));
-      return p + e;
+    if (e < 0) [[likely]] {
+      // "12.34", or "0.0012" as the row's zeros before the digits show it
+      // (at most three of them, or scientific is shorter).
+      const int integral = point > 0 ? point : 1;
+      const char* const from = s + point - integral;
+      copy16(p, from);
+      p[integral] = '.';
+      copy16(p + integral + 1, from + integral);
+      std::memcpy(p + integral + 17, from + integral + 16, 8);  // "0.000" and 17 digits: 20 after the point
+      return p + integral + 1 + (n - point);
     }
-    if (point > 0) {  // "12.34": each side of the point is one store from the digits' register
-      char* const end = p + n + 1;
-      const int integral = point - (n > 16);  // digits before the point in the register: at most 15
-      const unsigned __int128 text = digit_register(p, digits, n);
-      const unsigned __int128 head = (text & ((static_cast<unsigned __int128>(1) << (8 * integral)) - 1)) |
-                                     (static_cast<unsigned __int128>('.') << (8 * integral));
-      const unsigned __int128 tail = text >> (8 * integral);
-      std::memcpy(p, &head, 16);
-      std::memcpy(p + integral + 1, &tail, 16);
-      return end;
-    }
-    std::memcpy(p, "0.00000000", 10);  // "0.0012": at most a few zeros, or scientific is shorter
-    return write_digits(p + 2 - point, digits, n);
+    // Fixed notation spells out a whole number's exact value, which is its
+    // shortest digits padded with zeros only where every whole number is
+    // exact (float 4032688896 is not 4032689000). Beyond that, rarely. The
+    // zeros are at most five, or scientific is shorter.
+    constexpr F kExactWholeBound = F(std::uint64_t(1) << std::numeric_limits<F>::digits);
+    if (std::fabs(x) >= kExactWholeBound) [[unlikely]] return std::to_chars(start, start + kNumberRoom, x).ptr;
+    copy16(p, s);
+    p[16] = s[16];
+    std::memcpy(p + n, "00000000", 8);
+    return p + n + e;
   }
-  char* const end = write_digits(p + 1, digits, n);
-  p[0] = p[1];
-  char* q = end;
-  if (n > 1) {
-    p[1] = '.';
-  } else {
-    q = p + 1;
-  }
-  *q++ = 'e';
-  *q++ = exponent < 0 ? '-' : '+';
+  p[0] = s[0];
+  p[1] = '.';
+  copy16(p + 2, s + 1);
+  char* q = p + 1 + (n > 1) + (n - 1);
+  q[0] = 'e';
+  q[1] = exponent < 0 ? '-' : '+';
+  q += 2;
   unsigned magnitude = unsigned(exponent < 0 ? -exponent : exponent);
   if (magnitude >= 100) {
     *q++ = char('0' + magnitude / 100);

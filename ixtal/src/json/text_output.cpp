@@ -250,13 +250,7 @@ std::size_t TextOutput::numbers(const T* x, std::size_t n, bool comma) {
       } else {
         q = whole_number(p, static_cast<double>(x[i]));
       }
-      if (q) [[likely]] {
-        p = q;
-        continue;
-      }
-      p_ = p;
-      general_number(static_cast<double>(x[i]));
-      p = p_;
+      p = q ? q : shortest(p, static_cast<double>(x[i]));  // finite: integers, or tested above
     }
   }
   p_ = p;
