@@ -64,8 +64,8 @@ def main():
     lines = [
         "// Written by scripts/gen_powers_of_ten.py: do not edit.",
         "// {high, low} of g for 10^%d to 10^%d (see the script)." % (LEAST, MOST),
-        "constexpr int kLeastPowerOfTen = %d;" % LEAST,
-        "constexpr std::uint64_t kPowersOfTen128[][2] = {",
+        "inline constexpr int kLeastPowerOfTen = %d;" % LEAST,
+        "inline constexpr std::uint64_t kPowersOfTen128[][2] = {",
     ]
     values = [entry(e) for e in range(LEAST, MOST + 1)]
     for i in range(0, len(values), 2):

@@ -53,11 +53,13 @@ Decimal shortest_digits(F x) noexcept {
   // One digit fewer: at most one multiple of ten fits in the interval.
   const std::uint64_t shorter = s / 10;
   const bool low_in = vbl <= 40 * shorter, high_in = 40 * shorter + 40 <= vbr;
-  if (low_in != high_in) return {shorter + high_in, int(k) + 1};
   // Else s or s + 1, whichever is in; both: the nearer, ties to even.
   const bool s_in = vbl <= 4 * s, next_in = 4 * s + 4 <= vbr;
-  const bool nearer_above = vb > 4 * s + 2 || (vb == 4 * s + 2 && (s & 1));
-  return {s + (s_in != next_in ? next_in : nearer_above), int(k)};
+  const bool nearer_above = vb + (s & 1) > 4 * s + 2;  // a tie goes to the even one
+  const std::uint64_t full = s + (next_in & (!s_in | nearer_above));  // one of them is in
+  const bool fewer = low_in != high_in;
+  const std::uint64_t pick = std::uint64_t(0) - fewer;  // a mask, not a branch
+  return {((shorter + high_in) & pick) | (full & ~pick), int(k) + fewer};
 }
 
 // The digits without trailing zeros: a rare loop (one in ten shortest
@@ -94,25 +96,23 @@ char* shortest(char* p, F x) noexcept {
   const char* const s = last - n;             // the first significant digit
 
   const int point = n + e;  // digits before the decimal point
-  const int exponent = point - 1;
-  const int scientific = n + (n > 1) + (exponent <= -100 || exponent >= 100 ? 5 : 4);
-  const int fixed = e >= 0 ? point : point > 0 ? n + 1 : 2 - e;
-  if (fixed <= scientific) {
-    if (e < 0) [[likely]] {
-      // "12.34", or "0.0012" as the row's zeros before the digits show it
-      // (at most three of them, or scientific is shorter).
-      const int integral = point > 0 ? point : 1;
-      const char* const from = s + point - integral;
-      copy16(p, from);
-      p[integral] = '.';
-      copy16(p + integral + 1, from + integral);
-      std::memcpy(p + integral + 17, from + integral + 16, 8);  // "0.000" and 17 digits: 20 after the point
-      return p + integral + 1 + (n - point);
-    }
+  // Fixed notation unless scientific is shorter: that is, while at most
+  // three zeros (two for a single digit) come between the point and the
+  // digits, or at most five (four) end a whole number.
+  if (e < 0 && point >= -2 - (n > 1)) [[likely]] {
+    // "12.34", or "0.0012" as the row's zeros before the digits show it.
+    const int integral = point > 0 ? point : 1;
+    const char* const from = s + point - integral;
+    copy16(p, from);
+    p[integral] = '.';
+    copy16(p + integral + 1, from + integral);
+    std::memcpy(p + integral + 17, from + integral + 16, 8);  // "0.000" and 17 digits: 20 after the point
+    return p + integral + 1 + (n - point);
+  }
+  if (e >= 0 && e <= 4 + (n > 1)) {
     // Fixed notation spells out a whole number's exact value, which is its
     // shortest digits padded with zeros only where every whole number is
-    // exact (float 4032688896 is not 4032689000). Beyond that, rarely. The
-    // zeros are at most five, or scientific is shorter.
+    // exact (float 4032688896 is not 4032689000). Beyond that, rarely.
     constexpr F kExactWholeBound = F(std::uint64_t(1) << std::numeric_limits<F>::digits);
     if (std::fabs(x) >= kExactWholeBound) [[unlikely]] return std::to_chars(start, start + kNumberRoom, x).ptr;
     copy16(p, s);
@@ -120,6 +120,7 @@ char* shortest(char* p, F x) noexcept {
     std::memcpy(p + n, "00000000", 8);
     return p + n + e;
   }
+  const int exponent = point - 1;
   p[0] = s[0];
   p[1] = '.';
   copy16(p + 2, s + 1);
