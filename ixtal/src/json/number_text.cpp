@@ -75,25 +75,27 @@ Decimal shortest_decimal(F x) noexcept {
   return d;
 }
 
-inline void copy16(char* to, const char* from) noexcept { std::memcpy(to, from, 16); }
+template <class Unit>
+inline void copy16(Unit* to, const Unit* from) noexcept {
+  std::memcpy(to, from, 16 * sizeof(Unit));
+}
 
-// The text of x from its shortest digits. Every notation is cut from one
-// row of digits: 17 places with leading zeros, and eight more zeros before
-// them for "0.000ddd"; the pieces are copied in fixed widths, so that only
-// the notation is a branch, not the digit count.
-template <class F>
-char* shortest(char* p, F x) noexcept {
-  const Decimal decimal = shortest_decimal(std::fabs(x));
+// The text of x, in bytes or UTF-16 units, from its shortest digits. Every
+// notation is cut from one row of digits: 17 places with leading zeros,
+// and eight more zeros before them for "0.000ddd"; the pieces are copied
+// in fixed widths, so that only the notation is a branch, not the digit
+// count.
+template <class Unit, class F>
+Unit* layout(Unit* p, Decimal decimal, F x) noexcept {
   const std::uint64_t digits = decimal.digits;
   const int e = decimal.exponent;
   const int n = decimal_digits(digits);
-  char* const start = p;
+  Unit* const start = p;
   *p = '-';
   p += std::signbit(x);
 
-  alignas(16) char row[64];
-  char* const last = digit_row(row, digits);  // one past the 17th place
-  const char* const s = last - n;             // the first significant digit
+  alignas(16) Unit row[64];
+  const Unit* const s = digit_row(row, digits) - n;  // the first significant digit
 
   const int point = n + e;  // digits before the decimal point
   // Fixed notation unless scientific is shorter: that is, while at most
@@ -102,11 +104,11 @@ char* shortest(char* p, F x) noexcept {
   if (e < 0 && point >= -2 - (n > 1)) [[likely]] {
     // "12.34", or "0.0012" as the row's zeros before the digits show it.
     const int integral = point > 0 ? point : 1;
-    const char* const from = s + point - integral;
+    const Unit* const from = s + point - integral;
     copy16(p, from);
     p[integral] = '.';
     copy16(p + integral + 1, from + integral);
-    std::memcpy(p + integral + 17, from + integral + 16, 8);  // "0.000" and 17 digits: 20 after the point
+    std::memcpy(p + integral + 17, from + integral + 16, 4 * sizeof(Unit));  // "0.000" and 17 digits: 20 after the point
     return p + integral + 1 + (n - point);
   }
   if (e >= 0 && e <= 4 + (n > 1)) {
@@ -114,32 +116,50 @@ char* shortest(char* p, F x) noexcept {
     // shortest digits padded with zeros only where every whole number is
     // exact (float 4032688896 is not 4032689000). Beyond that, rarely.
     constexpr F kExactWholeBound = F(std::uint64_t(1) << std::numeric_limits<F>::digits);
-    if (std::fabs(x) >= kExactWholeBound) [[unlikely]] return std::to_chars(start, start + kNumberRoom, x).ptr;
+    if (std::fabs(x) >= kExactWholeBound) [[unlikely]] {
+      char text[kNumberRoom];
+      const char* const end = std::to_chars(text, text + sizeof text, x).ptr;
+      Unit* u = start;
+      for (const char* c = text; c != end; ++c) *u++ = Unit(*c);
+      return u;
+    }
     copy16(p, s);
     p[16] = s[16];
-    std::memcpy(p + n, "00000000", 8);
+    std::memcpy(p + n, row, 8 * sizeof(Unit));  // the row's zeros
     return p + n + e;
   }
   const int exponent = point - 1;
   p[0] = s[0];
   p[1] = '.';
   copy16(p + 2, s + 1);
-  char* q = p + 1 + (n > 1) + (n - 1);
+  Unit* q = p + 1 + (n > 1) + (n - 1);
   q[0] = 'e';
   q[1] = exponent < 0 ? '-' : '+';
   q += 2;
   unsigned magnitude = unsigned(exponent < 0 ? -exponent : exponent);
   if (magnitude >= 100) {
-    *q++ = char('0' + magnitude / 100);
+    *q++ = Unit('0' + magnitude / 100);
     magnitude %= 100;
   }
-  std::memcpy(q, &kDigitPairs[2 * magnitude], 2);
+  q[0] = Unit(kDigitPairs[2 * magnitude]);
+  q[1] = Unit(kDigitPairs[2 * magnitude + 1]);
   return q + 2;
 }
 
 }  // namespace
 
-char* shortest(char* p, double x) noexcept { return shortest<double>(p, x); }
-char* shortest(char* p, float x) noexcept { return shortest<float>(p, x); }
+char* shortest(char* p, double x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
+char* shortest(char* p, float x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
+
+// A whole number's digits are its own, but where scientific notation is
+// shorter (five trailing zeros or more): those, and -0, are left to the
+// general path.
+char16_t* number_units(char16_t* u, double x) noexcept {
+  constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53
+  const double magnitude = std::fabs(x);
+  const auto whole = std::uint64_t(magnitude < kExactWholeBound ? magnitude : 0);
+  const bool digits_as_they_are = double(whole) == magnitude && whole % 100000 != 0;
+  return layout(u, digits_as_they_are ? Decimal{whole, 0} : shortest_decimal(magnitude), x);
+}
 
 }  // namespace foundation::json::number_text

@@ -129,21 +129,20 @@ inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
 }
 
 // The 17 decimal places of d (below 10^17, with leading zeros) after eight
-// zeros, at row; returns the end of the places. Stores 25 bytes. The two
-// runs of eight places below the first are made side by side in one
-// register: x / 10^4, then each half / 10^3, 10^2, 10^1, 10^0 by
-// multiplying 16-bit lanes (a run of 4x times 8389 / 2^16 / 2^9 is
+// zeros, at row, in bytes or UTF-16 units; returns the end of the places.
+// Stores 25 units. The two runs of eight places below the first are made
+// side by side in one register: x / 10^4, then each half / 10^3, 10^2,
+// 10^1, 10^0 by multiplying 16-bit lanes (4x times 8389 / 2^16 / 2^9 is
 // x / 1000 for every x below 10^4, and so on), then minus ten times the
-// lane before.
-inline char* digit_row(char* row, std::uint64_t d) noexcept {
+// lane before. The lanes are UTF-16 digits as they stand.
+template <class Unit>
+inline Unit* digit_row(Unit* row, std::uint64_t d) noexcept {
   constexpr std::uint64_t k1e8 = 100000000;
   const std::uint64_t high = d / k1e8;
   const std::uint32_t top = std::uint32_t(high / k1e8);
-  const std::uint64_t zeros = 0x3030303030303030ULL;
-  std::memcpy(row, &zeros, 8);
-  row[8] = char('0' + top);
+  const std::uint32_t first = std::uint32_t(high - top * k1e8), second = std::uint32_t(d - high * k1e8);
 #if defined(__SSE2__)
-  const __m128i runs = _mm_set_epi64x(std::int64_t(d - high * k1e8), std::int64_t(high - top * k1e8));
+  const __m128i runs = _mm_set_epi64x(second, first);
   const __m128i upper = _mm_srli_epi64(_mm_mul_epu32(runs, _mm_set1_epi32(int(0xD1B71759))), 45);  // / 10^4
   const __m128i lower = _mm_sub_epi32(runs, _mm_mul_epu32(upper, _mm_set1_epi32(10000)));
   // 16-bit lanes: 4 x upper, 4 x lower of the first run, the same of the second
@@ -156,13 +155,22 @@ inline char* digit_row(char* row, std::uint64_t d) noexcept {
     const __m128i prefixes = _mm_mulhi_epu16(_mm_mulhi_epu16(x, divisors), shifts);
     return _mm_sub_epi16(prefixes, _mm_slli_epi64(_mm_mullo_epi16(prefixes, ten), 16));
   };
-  const __m128i digits = _mm_packus_epi16(places(_mm_unpacklo_epi32(pairs, pairs)), places(_mm_unpackhi_epi32(pairs, pairs)));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 9), _mm_add_epi8(digits, _mm_set1_epi8('0')));
+  const __m128i head = places(_mm_unpacklo_epi32(pairs, pairs)), tail = places(_mm_unpackhi_epi32(pairs, pairs));
+  if constexpr (sizeof(Unit) == 1) {
+    std::memset(row, '0', 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 9), _mm_add_epi8(_mm_packus_epi16(head, tail), _mm_set1_epi8('0')));
+  } else {
+    const __m128i zero = _mm_set1_epi16('0');
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row), zero);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 9), _mm_add_epi16(head, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 17), _mm_add_epi16(tail, zero));
+  }
 #else
-  const std::uint64_t first = eight_digits(std::uint32_t(high - top * k1e8)), second = eight_digits(std::uint32_t(d - high * k1e8));
-  std::memcpy(row + 9, &first, 8);
-  std::memcpy(row + 17, &second, 8);
+  const std::uint64_t texts[2] = {eight_digits(first), eight_digits(second)};
+  for (int i = 0; i < 8; ++i) row[i] = Unit('0');
+  for (int i = 0; i < 16; ++i) row[9 + i] = Unit(reinterpret_cast<const char*>(texts)[i]);
 #endif
+  row[8] = Unit('0' + top);
   return row + 25;
 }
 
@@ -172,6 +180,11 @@ inline char* digit_row(char* row, std::uint64_t d) noexcept {
 // Stores up to kNumberRoom bytes at p. Finite x only.
 char* shortest(char* p, double x) noexcept;
 char* shortest(char* p, float x) noexcept;
+
+// Writes finite x as the shortest text, or a whole number below 2^53 from
+// its digits as whole_number does, in UTF-16 at u; returns the end. Stores
+// up to kNumberRoom units.
+char16_t* number_units(char16_t* u, double x) noexcept;
 
 // Writes d at p when it is a whole number below 2^53 (exact, so its digits
 // are its shortest digits) whose text is not shorter in scientific

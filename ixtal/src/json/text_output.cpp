@@ -223,7 +223,7 @@ void TextOutput::number(float f) {
 template <class T>
 std::size_t TextOutput::numbers(const T* x, std::size_t n, bool comma) {
   std::size_t i = 0;
-  if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) i = units_directly(x, n, comma);
+  if constexpr ((std::is_integral_v<T> && sizeof(T) <= 4) || std::is_same_v<T, double>) i = units_directly(x, n, comma);
   char* p = p_;
   for (; i < n; ++i) {
     if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
@@ -257,10 +257,11 @@ std::size_t TextOutput::numbers(const T* x, std::size_t n, bool comma) {
   return n;
 }
 
-// Integers of up to 32 bits go straight to the UTF-16 output of a writer
-// that knows its room, without the chunk and the conversion after it (the
-// digits are widened in their register). Returns the elements written;
-// the chunk's loop writes the rest.
+// Integers of up to 32 bits and doubles go straight to the UTF-16 output
+// of a writer that knows its room, without the chunk and the conversion
+// after it (the digits are made as UTF-16 or widened in their register).
+// Returns the elements written, up to the first that is not finite; the
+// chunk's loop writes the rest.
 template <class T>
 std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
   if (!units_end_) return 0;
@@ -271,6 +272,12 @@ std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
   char16_t* u = units_;
   std::size_t i = 0;
   for (; i < n && std::size_t(units_end_ - u) >= kUnitsRoom + kNumberRoom; ++i) {
+    if constexpr (std::is_floating_point_v<T>) {
+      if (!std::isfinite(x[i])) [[unlikely]] break;
+      *u = u',';
+      u = number_units(u + (i > 0 || comma), x[i]);
+      continue;
+    }
     *u = u',';
     u += i > 0 || comma;
     const std::int64_t v = x[i];
