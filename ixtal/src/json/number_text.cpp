@@ -146,20 +146,33 @@ Unit* layout(Unit* p, Decimal decimal, F x) noexcept {
   return q + 2;
 }
 
-}  // namespace
-
-char* shortest(char* p, double x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
-char* shortest(char* p, float x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
-
 // A whole number's digits are its own, but where scientific notation is
 // shorter (five trailing zeros or more): those, and -0, are left to the
 // general path.
-char16_t* number_units(char16_t* u, double x) noexcept {
+inline char16_t* number_units(char16_t* u, double x) noexcept {
   constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53
   const double magnitude = std::fabs(x);
   const auto whole = std::uint64_t(magnitude < kExactWholeBound ? magnitude : 0);
   const bool digits_as_they_are = double(whole) == magnitude && whole % 100000 != 0;
   return layout(u, digits_as_they_are ? Decimal{whole, 0} : shortest_decimal(magnitude), x);
+}
+
+}  // namespace
+
+char* shortest(char* p, double x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
+char* shortest(char* p, float x) noexcept { return layout(p, shortest_decimal(std::fabs(x)), x); }
+
+// The loop is here so that the writer is inline in it, with no call per
+// element.
+std::size_t number_units(char16_t*& units, const char16_t* last, const double* x, std::size_t n, bool comma) noexcept {
+  char16_t* u = units;
+  std::size_t i = 0;
+  for (; i < n && u <= last && std::isfinite(x[i]); ++i) {
+    *u = u',';
+    u = number_units(u + (i > 0 || comma), x[i]);
+  }
+  units = u;
+  return i;
 }
 
 }  // namespace foundation::json::number_text

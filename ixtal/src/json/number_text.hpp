@@ -181,10 +181,13 @@ inline Unit* digit_row(Unit* row, std::uint64_t d) noexcept {
 char* shortest(char* p, double x) noexcept;
 char* shortest(char* p, float x) noexcept;
 
-// Writes finite x as the shortest text, or a whole number below 2^53 from
-// its digits as whole_number does, in UTF-16 at u; returns the end. Stores
-// up to kNumberRoom units.
-char16_t* number_units(char16_t* u, double x) noexcept;
+// Writes x[0], x[1], ... in UTF-16 at u, each as the shortest text, or a
+// whole number below 2^53 from its digits as whole_number does, a comma
+// before each but the first (before the first too when comma is set);
+// goes on while u is at most last and stops before an element that is not
+// finite. Returns the elements written and moves u past them. Stores up to
+// kNumberRoom + 1 units past last.
+std::size_t number_units(char16_t*& u, const char16_t* last, const double* x, std::size_t n, bool comma) noexcept;
 
 // Writes d at p when it is a whole number below 2^53 (exact, so its digits
 // are its shortest digits) whose text is not shorter in scientific

@@ -269,15 +269,13 @@ std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
   if (p_ != chunk_.get()) return 0;  // the chunk holds the start of a UTF-8 sequence
   // A number takes at most 12 units; the widened digits are 16 stored.
   constexpr std::size_t kUnitsRoom = 2 + 16;
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::size_t(units_end_ - units_) < kUnitsRoom + kNumberRoom) return 0;
+    return number_units(units_, units_end_ - kUnitsRoom - kNumberRoom, x, n, comma);
+  }
   char16_t* u = units_;
   std::size_t i = 0;
   for (; i < n && std::size_t(units_end_ - u) >= kUnitsRoom + kNumberRoom; ++i) {
-    if constexpr (std::is_floating_point_v<T>) {
-      if (!std::isfinite(x[i])) [[unlikely]] break;
-      *u = u',';
-      u = number_units(u + (i > 0 || comma), x[i]);
-      continue;
-    }
     *u = u',';
     u += i > 0 || comma;
     const std::int64_t v = x[i];
