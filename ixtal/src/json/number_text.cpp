@@ -7,13 +7,6 @@ namespace {
 
 #include "powers_of_ten.inc"
 
-// The shortest digits of a finite x >= 0 and their power of ten: the
-// shortest decimal in the interval of reals that round to x, the nearest
-// to x among the shortest, ties to the even digit. The scaled bounds of
-// the interval come from one 128-bit power of ten each, so that every
-// choice below is a comparison of whole numbers, made without a branch
-// (doubles of 16 and 17 digits come about equally often: a branch on which
-// mispredicts half the time).
 struct Decimal {
   std::uint64_t digits;
   int exponent;
@@ -29,6 +22,13 @@ inline std::uint64_t scaled(const std::uint64_t* g, std::uint64_t cp) noexcept {
   return std::uint64_t(middle >> 64) | (std::uint64_t(middle) != 0);
 }
 
+// The shortest digits of a finite x >= 0 and their power of ten: the
+// shortest decimal in the interval of reals that round to x, the nearest
+// to x among the shortest, ties to the even digit. The scaled bounds of
+// the interval come from one 128-bit power of ten each, so that every
+// choice below is a comparison of whole numbers, made without a branch
+// (doubles of 16 and 17 digits come about equally often: a branch on which
+// mispredicts half the time).
 template <class F>
 Decimal shortest_digits(F x) noexcept {
   using Bits = std::conditional_t<sizeof(F) == 8, std::uint64_t, std::uint32_t>;
@@ -42,6 +42,8 @@ Decimal shortest_digits(F x) noexcept {
   // Just above a power of two the values below are half as far apart.
   const bool closer_below = fraction == 0 && biased > 1;
   const std::uint64_t odd = c & 1;  // the interval's ends round to x only when c is even
+  // 10^k: the unit in which the interval is 1 to 10 wide, so that it holds
+  // one or two whole numbers and at most one multiple of ten.
   const std::int64_t k = (std::int64_t(q) * 661971961083 - (closer_below ? 274743187321 : 0)) >> 41;
   const int h = q + int((-k * 913124641741) >> 38) + 1;  // 0 to 7: bounds * 2^h fit 64 bits
   const std::uint64_t* const g = kPowersOfTen128[-k - kLeastPowerOfTen];
@@ -50,7 +52,7 @@ Decimal shortest_digits(F x) noexcept {
   const std::uint64_t vbl = scaled(g, (cb - 2 + closer_below) << h) + odd;  // the interval in the same units
   const std::uint64_t vbr = scaled(g, (cb + 2) << h) - odd;
   const std::uint64_t s = vb >> 2;
-  // One digit fewer: at most one multiple of ten fits in the interval.
+  // One digit fewer where a multiple of ten is in the interval.
   const std::uint64_t shorter = s / 10;
   const bool low_in = vbl <= 40 * shorter, high_in = 40 * shorter + 40 <= vbr;
   // Else s or s + 1, whichever is in; both: the nearer, ties to even.

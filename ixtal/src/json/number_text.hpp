@@ -96,8 +96,8 @@ inline void store_widened(char16_t* u, unsigned __int128 text) noexcept {
 constexpr std::size_t kLongestNumberText = 24;
 
 // Room the writer makes before writing one number: its longest text and
-// what the digit writers store past its end (16-byte stores up to 18
-// bytes in).
+// what the digit writers store past its end (the shortest writer's copies
+// of fixed width reach 38 places in).
 constexpr std::size_t kNumberRoom = 48;
 
 // The count decimal digits of d (below 10^17) without a loop (a loop over
