@@ -1,4 +1,4 @@
-// The serializer: exact compact and pretty text, numbers, escapes, the
+// The serializer: exact compact and pretty text, escapes, the
 // refusal of non-finite numbers, and round trips through the parser.
 
 #include <gtest/gtest.h>
@@ -78,141 +78,6 @@ TEST(JsonSerializer, WritesCompactAndPrettyText) {
   std::ostringstream os;
   fj::Serializer().write(os, rows[0].value);
   EXPECT_EQ(os.str(), rows[0].compact);
-}
-
-// The text std::to_chars gives, which the writer's own conversion must
-// match byte for byte. A float keeps its own shortest text only when a
-// reader that takes it as a double and narrows gets the float back.
-std::string reference(double d) {
-  char buf[32];
-  return std::string(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
-}
-std::string reference(float f) {
-  char buf[32];
-  const auto end = std::to_chars(buf, buf + sizeof buf, f).ptr;
-  double back = 0;
-  std::from_chars(buf, end, back);
-  return std::fabs(back) <= FLT_MAX && float(back) == f ? std::string(buf, end) : reference(double(f));
-}
-
-// Every number, alone and as an element of a compact array (two paths in
-// the writer), against the general conversion, over values drawn from the
-// places where the digit choice or the notation changes.
-TEST(JsonSerializer, NumbersMatchTheGeneralConversion) {
-  std::mt19937_64 rng(3);
-  auto bits = [&] { return std::bit_cast<double>(rng()); };
-  auto whole = [&] {  // with trailing zeros a quarter of the time
-    const double magnitude = std::pow(10.0, double(rng() % 17));
-    double d = std::floor(double(rng() % 1000) * magnitude / double(1 + rng() % 1000));
-    return rng() % 4 ? d : std::round(d / magnitude) * magnitude;
-  };
-  auto power_of_ten = [&] {  // and its neighbours, up and down by a few units in the last place
-    double d = std::pow(10.0, double(int(rng() % 617) - 308));
-    for (int steps = int(rng() % 7) - 3; steps != 0; steps += steps > 0 ? -1 : 1)
-      d = std::nextafter(d, steps > 0 ? 1e308 : 0.0);
-    return d;
-  };
-  auto near_2_53 = [&] { return 9007199254740992.0 + double(std::int64_t(rng() % 4096) - 2048) * 2; };
-  auto subnormal = [&] { return std::bit_cast<double>(rng() % (std::uint64_t(1) << 52)); };
-  auto boundary = [&] {  // a power of two: the shorter interval below it
-    return std::ldexp(1.0, int(rng() % 2098) - 1074);
-  };
-  auto short_decimal = [&] {  // few digits at every scale: the fixed/scientific choice
-    return double(rng() % 1000) * std::pow(10.0, double(int(rng() % 50) - 25));
-  };
-  const struct {
-    const char* name;
-    std::function<double()> draw;
-  } sources[] = {{"random bits", bits},         {"whole numbers", whole}, {"powers of ten", power_of_ten},
-                 {"near 2^53", near_2_53},       {"subnormals", subnormal}, {"powers of two", boundary},
-                 {"short decimals", short_decimal}};
-  for (const auto& source : sources) {
-    for (int i = 0; i < 40000; ++i) {
-      double d = source.draw();
-      if (!std::isfinite(d)) continue;
-      if (rng() % 2) d = -d;
-      const std::string want = reference(d);
-      ASSERT_EQ(compact(d), want) << source.name;
-      ASSERT_EQ(compact(Array{d, 0.5}), "[" + want + ",0.5]") << source.name;
-      const float f = std::bit_cast<float>(std::uint32_t(rng()));
-      if (std::isfinite(f)) {
-        ASSERT_EQ(compact(f), reference(f)) << "single " << f;
-      }
-      const float g = float(d);
-      if (std::isfinite(g)) {
-        ASSERT_EQ(compact(g), reference(g)) << "single of " << source.name << " " << g;
-      }
-    }
-  }
-  for (const double d : {DBL_MAX, DBL_MIN, DBL_TRUE_MIN, 0.0, 1e21, 1e22, 1e-7, 1e-6, 123456.0, 1e16, 9.999999999999999e22,
-                         1152921504606846976.0})  // 2^60: fixed notation, exact digits
-    EXPECT_EQ(compact(d), reference(d));
-  for (const float f : {FLT_MAX, FLT_MIN, FLT_TRUE_MIN, 0.0f, 1e10f, 3.4028233e38f, 16777216.0f, 4032688896.0f})
-    EXPECT_EQ(compact(f), reference(f));
-}
-
-// Whole numbers are written from a digit table, alone and, on another
-// path, as elements of a compact array; both must agree with the general
-// conversion, which writes scientific notation when it is shorter.
-TEST(JsonSerializer, WholeNumbersAtTheBoundsOfTheDigitPath) {
-  const struct {
-    double value;
-    const char* text;
-  } rows[] = {
-      {1, "1"},
-      {-1, "-1"},
-      {0, "0"},
-      {-0.0, "-0"},
-      {9, "9"},
-      {10, "10"},
-      {99, "99"},
-      {100, "100"},
-      {99999, "99999"},
-      {100000, "1e+05"},  // five zeros: scientific is one byte shorter
-      {-100000, "-1e+05"},
-      {110000, "110000"},
-      {1200000, "1200000"},  // a tie keeps the digits
-      {12000000, "1.2e+07"},
-      {-12300000, "-12300000"},
-      {123000000, "1.23e+08"},
-      {2147483647, "2147483647"},
-      {-2147483648.0, "-2147483648"},
-      {4294967295.0, "4294967295"},
-      {999999999999999, "999999999999999"},
-      {1e15, "1e+15"},
-      {1e15 + 1, "1000000000000001"},
-      {9007199254740991.0, "9007199254740991"},  // 2^53 - 1
-      {-9007199254740991.0, "-9007199254740991"},
-      {9007199254740992.0, "9007199254740992"},  // 2^53: the general path
-      {9007199254740994.0, "9007199254740994"},
-      {123456789012345678.0, "123456789012345680"},
-      {0.5, "0.5"},
-      {-1.5, "-1.5"},
-  };
-  for (const auto& row : rows) {
-    char buf[32];
-    const std::string general(buf, std::to_chars(buf, buf + sizeof buf, row.value).ptr);
-    EXPECT_EQ(general, row.text) << row.text;  // the table itself
-    EXPECT_EQ(compact(row.value), row.text);
-    EXPECT_EQ(compact(Array{row.value, row.value}), "["s + row.text + "," + row.text + "]");
-  }
-}
-
-// Every m * 10^k and its neighbours, for two-digit m, in both positions.
-TEST(JsonSerializer, WholeNumbersNearPowersOfTenMatchTheGeneralConversion) {
-  for (int k = 0; k <= 16; ++k) {
-    for (int m = 1; m < 100; ++m) {
-      for (int delta = -1; delta <= 1; ++delta) {
-        for (const double sign : {1.0, -1.0}) {
-          const double d = sign * (double(m) * std::pow(10.0, k) + delta);
-          char buf[32];
-          const std::string general(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
-          ASSERT_EQ(compact(d), general) << general;
-          ASSERT_EQ(compact(Array{0.5, d}), "[0.5," + general + "]") << general;
-        }
-      }
-    }
-  }
 }
 
 // Long texts pass through the writer in pieces; a piece boundary must not
@@ -356,16 +221,6 @@ TEST(JsonSerializer, Utf16TextIsTheConversionOfTheUtf8Text) {
       long_strings.push_back(std::move(s));
     }
     check(long_strings, "round " + std::to_string(round));
-  }
-}
-
-TEST(JsonSerializer, FloatsReadBackAsDoublesThatNarrowToThem) {
-  TreeMaker maker(11);
-  for (int i = 0; i < 100000; ++i) {
-    const float f = maker.finite<float>();
-    const std::string text = compact(f);
-    const double back = dovra_json::parse(text).as_double();
-    ASSERT_TRUE(std::fabs(back) <= FLT_MAX && float(back) == f) << text << " for " << f;
   }
 }
 

@@ -96,8 +96,8 @@ inline void store_widened(char16_t* u, unsigned __int128 text) noexcept {
 constexpr std::size_t kLongestNumberText = 24;
 
 // Room the writer makes before writing one number: its longest text and
-// what the digit writers store past its end (16-byte stores up to 18
-// bytes in).
+// what the digit writers store past its end (the shortest writer's copies
+// of fixed width reach 38 places in).
 constexpr std::size_t kNumberRoom = 48;
 
 // The count decimal digits of d (below 10^17) without a loop (a loop over
@@ -128,12 +128,66 @@ inline char* write_digits(char* p, std::uint64_t d, int count) noexcept {
   return end;
 }
 
+// The 17 decimal places of d (below 10^17, with leading zeros) after eight
+// zeros, at row, in bytes or UTF-16 units; returns the end of the places.
+// Stores 25 units. The two runs of eight places below the first are made
+// side by side in one register: x / 10^4, then each half / 10^3, 10^2,
+// 10^1, 10^0 by multiplying 16-bit lanes (4x times 8389 / 2^16 / 2^9 is
+// x / 1000 for every x below 10^4, and so on), then minus ten times the
+// lane before. The lanes are UTF-16 digits as they stand.
+template <class Unit>
+inline Unit* digit_row(Unit* row, std::uint64_t d) noexcept {
+  constexpr std::uint64_t k1e8 = 100000000;
+  const std::uint64_t high = d / k1e8;
+  const std::uint32_t top = std::uint32_t(high / k1e8);
+  const std::uint32_t first = std::uint32_t(high - top * k1e8), second = std::uint32_t(d - high * k1e8);
+#if defined(__SSE2__)
+  const __m128i runs = _mm_set_epi64x(second, first);
+  const __m128i upper = _mm_srli_epi64(_mm_mul_epu32(runs, _mm_set1_epi32(int(0xD1B71759))), 45);  // / 10^4
+  const __m128i lower = _mm_sub_epi32(runs, _mm_mul_epu32(upper, _mm_set1_epi32(10000)));
+  // 16-bit lanes: 4 x upper, 4 x lower of the first run, the same of the second
+  const __m128i fours = _mm_slli_epi16(_mm_shuffle_epi32(_mm_or_si128(upper, _mm_slli_epi64(lower, 16)), 0xD8), 2);
+  const __m128i pairs = _mm_unpacklo_epi16(fours, fours);
+  const __m128i divisors = _mm_set_epi16(-32768, 13108, 5243, 8389, -32768, 13108, 5243, 8389);
+  const __m128i shifts = _mm_set_epi16(-32768, 8192, 2048, 128, -32768, 8192, 2048, 128);
+  const __m128i ten = _mm_set1_epi16(10);
+  const auto places = [&](__m128i x) {
+    const __m128i prefixes = _mm_mulhi_epu16(_mm_mulhi_epu16(x, divisors), shifts);
+    return _mm_sub_epi16(prefixes, _mm_slli_epi64(_mm_mullo_epi16(prefixes, ten), 16));
+  };
+  const __m128i head = places(_mm_unpacklo_epi32(pairs, pairs)), tail = places(_mm_unpackhi_epi32(pairs, pairs));
+  if constexpr (sizeof(Unit) == 1) {
+    std::memset(row, '0', 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 9), _mm_add_epi8(_mm_packus_epi16(head, tail), _mm_set1_epi8('0')));
+  } else {
+    const __m128i zero = _mm_set1_epi16('0');
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row), zero);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 9), _mm_add_epi16(head, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row + 17), _mm_add_epi16(tail, zero));
+  }
+#else
+  const std::uint64_t texts[2] = {eight_digits(first), eight_digits(second)};
+  for (int i = 0; i < 8; ++i) row[i] = Unit('0');
+  for (int i = 0; i < 16; ++i) row[9 + i] = Unit(reinterpret_cast<const char*>(texts)[i]);
+#endif
+  row[8] = Unit('0' + top);
+  return row + 25;
+}
+
 // Writes x in the shortest text that reads back to it, exactly as
 // std::to_chars(x) does: the shortest digits (the nearest to x among
 // them, ties to even), in fixed notation unless scientific is shorter.
 // Stores up to kNumberRoom bytes at p. Finite x only.
 char* shortest(char* p, double x) noexcept;
 char* shortest(char* p, float x) noexcept;
+
+// Writes x[0], x[1], ... in UTF-16 at u, each as the shortest text, or a
+// whole number below 2^53 from its digits as whole_number does, a comma
+// before each but the first (before the first too when comma is set);
+// goes on while u is at most last and stops before an element that is not
+// finite. Returns the elements written and moves u past them. Stores up to
+// kNumberRoom + 1 units past last.
+std::size_t number_units(char16_t*& u, const char16_t* last, const double* x, std::size_t n, bool comma) noexcept;
 
 // Writes d at p when it is a whole number below 2^53 (exact, so its digits
 // are its shortest digits) whose text is not shorter in scientific

@@ -223,7 +223,7 @@ void TextOutput::number(float f) {
 template <class T>
 std::size_t TextOutput::numbers(const T* x, std::size_t n, bool comma) {
   std::size_t i = 0;
-  if constexpr (std::is_integral_v<T> && sizeof(T) <= 4) i = units_directly(x, n, comma);
+  if constexpr ((std::is_integral_v<T> && sizeof(T) <= 4) || std::is_same_v<T, double>) i = units_directly(x, n, comma);
   char* p = p_;
   for (; i < n; ++i) {
     if (std::size_t(end_ - p) < kNumberRoom + 1) [[unlikely]] {
@@ -250,23 +250,18 @@ std::size_t TextOutput::numbers(const T* x, std::size_t n, bool comma) {
       } else {
         q = whole_number(p, static_cast<double>(x[i]));
       }
-      if (q) [[likely]] {
-        p = q;
-        continue;
-      }
-      p_ = p;
-      general_number(static_cast<double>(x[i]));
-      p = p_;
+      p = q ? q : shortest(p, static_cast<double>(x[i]));  // finite: integers, or tested above
     }
   }
   p_ = p;
   return n;
 }
 
-// Integers of up to 32 bits go straight to the UTF-16 output of a writer
-// that knows its room, without the chunk and the conversion after it (the
-// digits are widened in their register). Returns the elements written;
-// the chunk's loop writes the rest.
+// Integers of up to 32 bits and doubles go straight to the UTF-16 output
+// of a writer that knows its room, without the chunk and the conversion
+// after it (the digits are made as UTF-16 or widened in their register).
+// Returns the elements written, up to the first that is not finite; the
+// chunk's loop writes the rest.
 template <class T>
 std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
   if (!units_end_) return 0;
@@ -274,6 +269,10 @@ std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
   if (p_ != chunk_.get()) return 0;  // the chunk holds the start of a UTF-8 sequence
   // A number takes at most 12 units; the widened digits are 16 stored.
   constexpr std::size_t kUnitsRoom = 2 + 16;
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::size_t(units_end_ - units_) < kUnitsRoom + kNumberRoom) return 0;
+    return number_units(units_, units_end_ - kUnitsRoom - kNumberRoom, x, n, comma);
+  }
   char16_t* u = units_;
   std::size_t i = 0;
   for (; i < n && std::size_t(units_end_ - u) >= kUnitsRoom + kNumberRoom; ++i) {
