@@ -24,7 +24,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 if [[ "${1:-}" == "--shapes" ]]; then
   shift
-  bash scripts/setup.sh libfmt-dev libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3
+  bash scripts/setup.sh libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3
   python3 bench/gen_data.py
   cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null
   cmake --build build-bench -j2 --target dovra_bench >/dev/null
@@ -40,7 +40,7 @@ if [[ "${1:-}" == "--shapes" ]]; then
   python3 bench/shapes_summary.py "$out/shapes.json" | tee "$out/shapes.md"
   exit 0
 fi
-bash scripts/setup.sh libfmt-dev libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
+bash scripts/setup.sh libfast-float-dev libbenchmark-dev libsimdjson-dev rapidjson-dev python3 time python3-dev python3-numpy \
   python3-pybind11 pybind11-dev python3-ujson python3-rapidjson
 python3 bench/gen_data.py
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF -DDOVRA_BUILD_BENCH=ON >/dev/null

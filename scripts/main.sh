@@ -4,7 +4,7 @@
 # small notation, and a document with a syntax error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh libfmt-dev libfast-float-dev python3-dev python3-numpy python3-pybind11 pybind11-dev python3-pytest python3-hypothesis
+bash scripts/setup.sh libfast-float-dev python3-dev python3-numpy python3-pybind11 pybind11-dev python3-pytest python3-hypothesis
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DDOVRA_BUILD_TESTS=OFF >/dev/null
 cmake --build build -j2 >/dev/null
 

@@ -19,9 +19,9 @@ python_packages=(python3-dev python3-numpy python3-pybind11 pybind11-dev python3
   python3-pip python3-venv python3-setuptools python3-wheel python3-build python3-mypy
   python3-dask python3-distributed)
 if ((quick)); then
-  bash scripts/setup.sh libfmt-dev libfast-float-dev "${python_packages[@]}"
+  bash scripts/setup.sh libfast-float-dev "${python_packages[@]}"
 else
-  bash scripts/setup.sh libfmt-dev libfast-float-dev clang libclang-rt-14-dev "${python_packages[@]}"
+  bash scripts/setup.sh libfast-float-dev clang libclang-rt-14-dev "${python_packages[@]}"
 fi
 
 stage "plain build and tests"
