@@ -47,9 +47,10 @@ class text_writer {
     // The forms of most values in a table of records are written here, in
     // a function small enough to keep its registers; the rest out of line.
     switch (const Form form = form_of(h, mode_)) {
-      case Form::scalar: scalar(h); return true;
+      // Fields of the header, not the header: so it stays in registers.
+      case Form::scalar: scalar(h.class_id, h.data); return true;
       case Form::string: out_.string(std::u16string_view(static_cast<const char16_t*>(h.data), h.count)); return true;
-      // The header is read again there, so that here it stays in registers.
+      // The header is read again there.
       default: return other(a, form, levels);
     }
   }
@@ -142,6 +143,10 @@ class text_writer {
     const std::size_t nfields = std::size_t(h.nfields);
     const auto at = [&](ixSize i, int f) { return values[i * nfields + std::size_t(f)]; };
     if (form == Form::object) {
+      // The values' arrays lie apart: their misses overlap when all are
+      // asked for at once.
+      for (std::size_t f = 0; f < nfields; ++f)
+        if (values[f]) prefetch(values[f]);
       if (nfields == 0) out_.put('{');
       for (std::size_t k = 0; k < nfields; ++k) {
         field_key(l, k);
@@ -174,7 +179,7 @@ class text_writer {
     switch (form) {
       case Form::empty_array: out_.raw("[]"); return true;
       case Form::string: out_.string(std::u16string_view(static_cast<const char16_t*>(h.data), h.count)); return true;
-      case Form::scalar: scalar(h); return true;
+      case Form::scalar: scalar(h.class_id, h.data); return true;
       case Form::nested: return nested(h);
       case Form::large: large(h); return true;
       default: return false;
@@ -195,9 +200,9 @@ class text_writer {
   }
 
   // Not through the loops of a matrix: most scalars sit in records.
-  void scalar(const ixArrayHeader& h) {
-    if (h.class_id == ixLOGICAL_CLASS) return out_.boolean(*static_cast<const bool*>(h.data));
-    const double x = *static_cast<const double*>(h.data);
+  void scalar(ixClassID cls, const void* data) {
+    if (cls == ixLOGICAL_CLASS) return out_.boolean(*static_cast<const bool*>(data));
+    const double x = *static_cast<const double*>(data);
     if (std::isfinite(x)) [[likely]] return out_.number(x);
     special(names::special(x), Form::scalar);
   }
