@@ -38,7 +38,7 @@ class text_writer {
 
   // Writes the text of a (null: unset); false for an array the writer
   // leaves to the tree, with whatever was written of it.
-  bool value(const ixArray* a, std::size_t levels) {
+  [[gnu::always_inline]] bool value(const ixArray* a, std::size_t levels) {
     if (!a) [[unlikely]] return unset();
     const ixArrayHeader h = ixGetHeader(a);
     // Containers hold their slots apart from data, and none without fields.
