@@ -73,6 +73,33 @@ class Generator {
     return make_struct(names, std::move(values), {1, count});
   }
 
+  // A column of records made alike, as a decoded response holds them: one
+  // list of names shared by all (a long one among them now and then), the
+  // values mostly scalars and texts, now and then a record or unset.
+  owned_array responses(ixSize count) {
+    std::vector<std::string> names = field_names();
+    if (below(2)) names.push_back("a name longer than thirty-two bytes, \xE2\x82\xAC");
+    const owned_array model = make_struct(names, std::vector<owned_array>(names.size()), {1, 1});
+    std::vector<owned_array> column;
+    for (ixSize i = 0; i < count; ++i) {
+      const ixSize one[2] = {1, 1};
+      owned_array r(ixCreateStructArrayLike(2, one, model.get()));
+      for (int f = 0; f < int(names.size()); ++f) {
+        owned_array v;
+        switch (below(8)) {
+          case 0: v = text(); break;
+          case 1: v = words(); break;
+          case 2: v = numeric<bool>({1, 1}); break;
+          case 3: v = below(4) ? records(1) : nullptr; break;
+          default: v = numeric<double>({1, 1});
+        }
+        ixSetFieldByNumber(r.get(), 0, f, v.release());
+      }
+      column.push_back(std::move(r));
+    }
+    return make_cell(std::move(column), {count, 1});
+  }
+
   template <class T>
   owned_array numeric(std::vector<ixSize> dims) {
     std::vector<T> data(count_of(dims));
@@ -155,6 +182,15 @@ class Generator {
     return make_char(units(count_of(dims)), dims);
   }
 
+  // A row of printable ASCII, 1 to 90 units, now and then with a unit to
+  // escape or beyond ASCII somewhere in it.
+  owned_array words() {
+    std::u16string s(1 + below(90), u'a');
+    for (auto& c : s) c = char16_t(0x20 + below(0x5F));
+    if (below(2)) s[below(s.size())] = u"\"\\\n\u00e9\u20ac\x7f"[below(6)];
+    return make_char(s, {1, s.size()});
+  }
+
   owned_array unsupported() {
     if (below(2)) return owned_array(ixCreateSparse(2, 2, ixDOUBLE_CLASS, ixREAL));
     return make_strings({u"s"}, {1, 1});
@@ -222,6 +258,21 @@ TEST(EncodeDirect, SameTextAsTheTreeForGeneratedArrays) {
   EXPECT_GT(tally.served, tally.compared * 3 / 4) << tally.served << " of " << tally.compared;
 }
 
+// Records made alike share their layout and its keys; texts of any length
+// go through the writer's eight-unit lane, and every text crosses the
+// thread's buffer as it grows.
+TEST(EncodeDirect, SameTextForResponsesOfRecordsMadeAlike) {
+  LeakCheck leaks;
+  Tally tally;
+  for (std::uint64_t seed = 0; seed < 300; ++seed) {
+    Generator g(seed);
+    const owned_array a = g.responses(1 + seed % 40);
+    expect_same(a.get(), "responses, seed " + std::to_string(seed), tally);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_EQ(tally.served, tally.compared);
+}
+
 TEST(EncodeDirect, SameTextForLongAndDeepArrays) {
   Generator g(7);
   owned_array deep = make_double({1}, {1, 1});
@@ -241,6 +292,7 @@ TEST(EncodeDirect, SameTextForLongAndDeepArrays) {
       {"double matrix", g.numeric<double>({300, 40}), true},
       {"uint8 column", g.numeric<std::uint8_t>({70000, 1}), true},
       {"records", g.records(3000), true},
+      {"responses", g.responses(3000), true},
       {"long text", make_char(std::u16string(40000, u'\u00e9') + u"\U0001F600" + std::u16string(40000, u'"'), {1, 80002}),
        true},
       // Replacement characters take three bytes and one unit: near the end

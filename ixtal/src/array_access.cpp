@@ -68,9 +68,6 @@ void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim) {
 // --- data ------------------------------------------------------------------------
 
 void* ixGetData(const ixArray* a) noexcept { return holds_slots(a) ? nullptr : a->data; }
-ixArrayHeader ixGetHeader(const ixArray* a) noexcept {
-  return {a->class_id, a->complex, a->sparse, a->dims.size(), a->dims.data(), numel(a), ixGetData(a)};
-}
 ixArray* const* ixGetContents(const ixArray* a) noexcept { return holds_slots(a) ? slots(a) : nullptr; }
 
 // --- cells and structures ----------------------------------------------------------

@@ -3,9 +3,9 @@
 #include <stdexcept>
 #include <vector>
 
+#include "encode/forms.hpp"
 #include "encode/large_object.hpp"
 #include "host/element_count.hpp"
-#include "host/json_keys.hpp"
 #include "ixtal/matrix.hpp"
 
 namespace ixtal_json::detail {
@@ -21,7 +21,7 @@ class unset_value {
  public:
   const ixArray* operator()(const ixArray* value) {
     if (value) return value;
-    if (!empty_) empty_.reset(ixCreateDoubleMatrix(0, 0, ixREAL));
+    if (!empty_) empty_.reset(ixCreateNumericArray(2, kUnsetDims, kUnsetClass, ixREAL));
     return empty_.get();
   }
 
@@ -43,7 +43,7 @@ Value write_cell(const ixArray* a, const element_encoder& encode, nesting& depth
     for (ixSize i = 0; i < n; ++i) data.push_back(encode(value(ixGetCell(a, i)), a, i));
   }
   check_count(data.size(), dims);
-  return large_object(names::cell, std::move(size), Value(std::move(data)));
+  return large_object(type_name(ixCELL_CLASS), std::move(size), Value(std::move(data)));
 }
 
 Value write_struct_large(const ixArray* a, const element_encoder& encode, nesting& depth) {
@@ -70,27 +70,23 @@ Value write_struct_large(const ixArray* a, const element_encoder& encode, nestin
     if (columns[std::size_t(f)]->size() != element_count(dims))
       throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
                                " did not match specified dimensions");
-  return large_object(names::structure, std::move(size), Value(std::move(fields)));
+  return large_object(type_name(ixSTRUCT_CLASS), std::move(size), Value(std::move(fields)));
 }
 
-Value write_struct_small(const ixArray* a, const element_encoder& encode, nesting& depth) {
-  const auto dims = dims_of(a);
+Value write_struct_small(const ixArray* a, Form form, const element_encoder& encode, nesting& depth) {
   const int nfields = ixGetNumberOfFields(a);
-  if (is_2d(dims, 1, 1)) {
+  if (form == Form::object) {
     const nesting::scope inside(depth, 1);
     Object out;
     unset_value value;
     for (int f = 0; f < nfields; ++f) out.emplace(ixGetFieldName(a, f), encode(value(ixGetFieldByNumber(a, 0, f)), a, 0, f));
-    // Two field names the map would fold into one key.
-    if (out.size() != std::size_t(nfields))
+    // Two field names the object would fold into one key.
+    if (nfields > 0 && field_order(ixGetHeader(a).fields, nfields).empty())
       throw std::runtime_error("Number of fieldnames does not match number of elements");
     return Value(std::move(out));
   }
-  if (is_2d(dims, 0, 0) && nfields == 0) {
-    depth.require(1);
-    return Value(Object());
-  }
-  return write_struct_large(a, encode, depth);
+  depth.require(1);
+  return Value(Object());
 }
 
 }  // namespace ixtal_json::detail

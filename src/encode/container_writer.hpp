@@ -6,6 +6,7 @@
 
 #include <functional>
 
+#include "encode/forms.hpp"
 #include "encode/nesting.hpp"
 #include "encode/trail.hpp"
 #include "foundation/json/value.hpp"
@@ -44,8 +45,8 @@ foundation::json::Value write_cell(const ixArray* a, const element_encoder& enco
 // {"tndata":{field:[one value per element]},"tnsize":...,"tntype":"struct"}.
 foundation::json::Value write_struct_large(const ixArray* a, const element_encoder& encode, nesting& depth);
 
-// A 1-by-1 structure as a plain object, a 0-by-0 one without fields as {},
-// anything else in the large layout; values in small notation.
-foundation::json::Value write_struct_small(const ixArray* a, const element_encoder& encode, nesting& depth);
+// A structure in the object form ({field:value}, values in small notation)
+// or the empty-object form ({}).
+foundation::json::Value write_struct_small(const ixArray* a, Form form, const element_encoder& encode, nesting& depth);
 
 }  // namespace ixtal_json::detail

@@ -5,9 +5,9 @@
 
 #include "encode/char_writer.hpp"
 #include "encode/container_writer.hpp"
+#include "encode/forms.hpp"
 #include "encode/numeric_writer.hpp"
 #include "errors/conversion_exceptions.hpp"
-#include "ixtal/matrix.hpp"
 
 namespace ixtal_json::detail {
 
@@ -21,39 +21,33 @@ template <ToJsonMode Mode, NanType Nan>
 Value ixArray_to_json_converter<Mode, Nan>::operator()(const ixArray* a) {
   a->_complete_opaque_dimensions();
   try {
-    // Complex arrays have no small form.
-    if (ixIsComplex(a)) return write_numeric_large(a, Nan, depth_);
-    return convert_real(a);
+    return convert_form(a, form_of(ixGetHeader(a), Mode));
   } catch (const IxUnsupportedType&) {
     throw;  // a contained array's class, already named
   } catch (const std::invalid_argument&) {
-    // A checked view refused the array: sparse, wrong storage or unknown class.
+    // A checked view refused the array: wrong storage for its class.
     throw IxUnsupportedType(ixGetClassName(a));
   }
 }
 
 template <ToJsonMode Mode, NanType Nan>
-Value ixArray_to_json_converter<Mode, Nan>::convert_real(const ixArray* a) {
-  constexpr bool large = Mode == ToJsonMode::large;
-  switch (ixGetClassID(a)) {
-    case ixCELL_CLASS:
-      return write_cell(a, element_encoder(std::ref(*this), trail_), depth_);
-    case ixSTRUCT_CLASS:
-      return large ? write_struct_large(a, element_encoder(std::ref(*this), trail_), depth_)
-                   : write_struct_small(a, element_encoder(std::ref(*this), trail_), depth_);
-    case ixLOGICAL_CLASS:
-      return large ? write_logical_large(a, depth_) : write_logical_small(a, depth_);
-    case ixCHAR_CLASS:
-      return write_char(a, Mode, utf8_, depth_);
-    case ixDOUBLE_CLASS:
-      return large ? write_numeric_large(a, Nan, depth_) : write_double_small(a, Nan, depth_);
+Value ixArray_to_json_converter<Mode, Nan>::convert_form(const ixArray* a, Form form) {
+  switch (form) {
+    // Sparse storage, unknown classes and classes without a JSON form.
+    case Form::none: throw IxUnsupportedType(ixGetClassName(a));
+    case Form::cell: return write_cell(a, element_encoder(std::ref(*this), trail_), depth_);
+    case Form::fields: return write_struct_large(a, element_encoder(std::ref(*this), trail_), depth_);
+    case Form::object:
+    case Form::empty_object: return write_struct_small(a, form, element_encoder(std::ref(*this), trail_), depth_);
     default: break;
   }
-  // The other numeric classes have only the large form; any other class
-  // the host knows has no JSON form at all.
-  if (ixIsNumeric(a)) return write_numeric_large(a, Nan, depth_);
-  if (matrix::detail::isValidClassId(ixGetClassID(a))) throw IxUnsupportedType(ixGetClassName(a));
-  matrix::detail::rejectInvalidClassId(a);
+  switch (ixGetClassID(a)) {
+    case ixCHAR_CLASS: return write_char(a, form, utf8_, depth_);
+    case ixLOGICAL_CLASS: return write_logical(a, form, depth_);
+    case ixDOUBLE_CLASS: return write_double(a, form, Nan, depth_);
+    // The other numeric classes, real or complex, and complex double.
+    default: return write_numeric_large(a, Nan, depth_);
+  }
 }
 
 Value convert(const ixArray* a, ToJsonMode mode, NanType nan, encode_trail* trail) {

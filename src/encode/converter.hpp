@@ -3,6 +3,7 @@
 // From a host array to a JSON value tree, in one notation and one form of
 // non-finite numbers, fixed by the template arguments.
 
+#include "encode/forms.hpp"
 #include "encode/modes.hpp"
 #include "encode/nesting.hpp"
 #include "encode/trail.hpp"
@@ -25,7 +26,7 @@ class ixArray_to_json_converter {
   foundation::json::Value operator()(const ixArray* a);
 
  private:
-  foundation::json::Value convert_real(const ixArray* a);
+  foundation::json::Value convert_form(const ixArray* a, Form form);
 
   // One converter for every char array of the conversion, nested ones too.
   fl::i18n::codecvt_ustring_to_string utf8_;

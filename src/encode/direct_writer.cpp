@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <deque>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "encode/forms.hpp"
+#include "encode/layouts.hpp"
 #include "foundation/json/text_output.hpp"
 #include "host/class_traits.hpp"
 
@@ -31,71 +32,26 @@ inline void prefetch(const ixArray* a) noexcept {
   __builtin_prefetch(reinterpret_cast<const char*>(a) + 64);
 }
 
-// The field numbers of a structure in the byte order of their names, the
-// order of the tree's object. Structures made alike share their list of
-// names, so the orders of the lists met last are kept; an order stays put
-// while the writer is in the structure.
-class field_order {
- public:
-  struct list {
-    const std::string* first;
-    int count;
-    std::vector<int> order;  // empty when two names are the same (the tree's business)
-    std::vector<const std::string*> names;
-  };
-
-  const list& of(const ixArray* s, int nfields) {
-    const std::string* first = nfields > 0 ? &ixGetFieldName(s, 0) : nullptr;
-    constexpr std::size_t kRecent = 8;
-    for (std::size_t k = lists_.size(); k > 0 && k + kRecent > lists_.size(); --k)
-      if (lists_[k - 1].first == first && lists_[k - 1].count == nfields) return lists_[k - 1];
-    // Records made one by one hold lists of their own, mostly the same names.
-    for (std::size_t k = lists_.size(); k > 0 && k + kRecent > lists_.size(); --k)
-      if (same_names(lists_[k - 1], s, nfields)) return lists_[k - 1];
-    list& l = lists_.emplace_back(list{first, nfields, {}, {}});
-    l.order.resize(std::size_t(nfields));
-    l.names.resize(std::size_t(nfields));
-    for (int f = 0; f < nfields; ++f) {
-      l.order[std::size_t(f)] = f;
-      l.names[std::size_t(f)] = &ixGetFieldName(s, f);
-    }
-    std::sort(l.order.begin(), l.order.end(), [&](int x, int y) { return *l.names[x] < *l.names[y]; });
-    for (std::size_t k = 1; k < l.order.size(); ++k)
-      if (*l.names[l.order[k]] == *l.names[l.order[k - 1]]) l.order.clear();
-    return l;
-  }
-
- private:
-  static bool same_names(const list& l, const ixArray* s, int nfields) {
-    if (l.count != nfields) return false;
-    for (int f = 0; f < nfields; ++f)
-      if (*l.names[std::size_t(f)] != ixGetFieldName(s, f)) return false;
-    return true;
-  }
-
-  std::deque<list> lists_;
-};
-
 class text_writer {
  public:
   text_writer(TextOutput& out, ToJsonMode mode, NanType nan) : out_(out), mode_(mode), nan_(nan) {}
 
   // Writes the text of a (null: unset); false for an array the writer
   // leaves to the tree, with whatever was written of it.
-  bool value(const ixArray* a, std::size_t levels) {
-    if (!a) return unset();
+  [[gnu::always_inline]] bool value(const ixArray* a, std::size_t levels) {
+    if (!a) [[unlikely]] return unset();
     const ixArrayHeader h = ixGetHeader(a);
+    // Containers hold their slots apart from data, and none without fields.
     if (h.ndim < 2 || (h.count > 0 && !h.data && h.class_id != ixCELL_CLASS && h.class_id != ixSTRUCT_CLASS))
-      return false;
-    const int nfields = h.class_id == ixSTRUCT_CLASS ? ixGetNumberOfFields(a) : 0;
-    const Form form = form_of(h, nfields, mode_);
-    switch (form) {
-      case Form::none: return false;
-      case Form::cell: return levels < kMaxContainerLevels && cell(a, h, levels + 1);
-      case Form::fields:
-      case Form::object: return levels < kMaxContainerLevels && structure(a, h, form, nfields, levels + 1);
-      case Form::empty_object: out_.raw("{}"); return true;
-      default: return leaf(h, form);
+      [[unlikely]] return false;
+    // The forms of most values in a table of records are written here, in
+    // a function small enough to keep its registers; the rest out of line.
+    switch (const Form form = form_of(h, mode_)) {
+      // Fields of the header, not the header: so it stays in registers.
+      case Form::scalar: scalar(h.class_id, h.data); return true;
+      case Form::string: out_.string(std::u16string_view(static_cast<const char16_t*>(h.data), h.count)); return true;
+      // The header is read again there.
+      default: return other(a, form, levels);
     }
   }
 
@@ -124,11 +80,9 @@ class text_writer {
     out_.put("\":", 2);
   }
 
-  // The converter's stand-in for an unset element: a 0-by-0 double.
   bool unset() {
-    static constexpr ixSize kEmpty[2] = {0, 0};
-    const ixArrayHeader h{ixDOUBLE_CLASS, false, false, 2, kEmpty, 0, nullptr};
-    return leaf(h, form_of(h, 0, mode_));
+    const ixArrayHeader h = unset_header();
+    return leaf(h, form_of(h, mode_));
   }
 
   // ,"tnsize":[d,...],"tntype":"class"} after the data
@@ -138,7 +92,7 @@ class text_writer {
     out_.put('[');
     for (std::size_t k = 0; k < h.ndim; ++k) {
       if (k) out_.put(',');
-      out_.number(static_cast<double>(h.dims[k]));  // counts past 2^63 stay unsigned
+      out_.number(size_entry(h.dims[k]));
     }
     out_.put("],", 2);
     key(names::tntype);
@@ -156,46 +110,57 @@ class text_writer {
     key(names::tndata);
   }
 
-  bool cell(const ixArray* a, const ixArrayHeader& h, std::size_t levels) {
+  bool cell(const ixArrayHeader& h, std::size_t levels) {
     open_large(false);
     out_.put('[');
-    ixArray* const* const cells = ixGetContents(a);
+    ixArray* const* const cells = h.contents;
     for (ixSize i = 0; i < h.count; ++i) {
       if (i) out_.put(',');
       if (i + kPrefetchAhead < h.count && cells[i + kPrefetchAhead]) prefetch(cells[i + kPrefetchAhead]);
       if (!value(cells[i], levels)) return false;
     }
     out_.put(']');
-    size_and_type(h, names::cell);
+    size_and_type(h, type_name(ixCELL_CLASS));
     return true;
   }
 
-  bool structure(const ixArray* a, const ixArrayHeader& h, Form form, int nfields, std::size_t levels) {
-    const field_order::list& fields = fields_.of(a, nfields);
-    if (nfields > 0 && fields.order.empty()) return false;
+  // The k-th key of the layout, in name order, with the '{' or ',' before it.
+  void field_key(const layouts::layout& l, std::size_t k) {
+    const char* const text = l.keys.data() + l.key_at[k];
+    const std::size_t n = l.key_at[k + 1] - l.key_at[k];
+    if (n > layouts::kShortKey) return out_.put(text, n);
+    char* const p = out_.room(layouts::kShortKey);
+    std::memcpy(p, text, layouts::kShortKey);
+    out_.advance(p + n);
+  }
+
+  bool structure(const ixArrayHeader& h, Form form, std::size_t levels) {
+    const layouts::layout& l = layouts_.of(h);
+    if (h.nfields > 0 && l.order.empty()) return false;
     // Read from the slots themselves: a checked accessor per value cost a
     // sixth of a table's encode.
-    ixArray* const* const values = ixGetContents(a);
-    const auto at = [&](ixSize i, int f) { return values[i * std::size_t(nfields) + std::size_t(f)]; };
+    ixArray* const* const values = h.contents;
+    const std::size_t nfields = std::size_t(h.nfields);
+    const auto at = [&](ixSize i, int f) { return values[i * nfields + std::size_t(f)]; };
     if (form == Form::object) {
-      out_.put('{');
-      for (std::size_t k = 0; k < fields.order.size(); ++k) {
-        if (k) out_.put(',');
-        const int f = fields.order[k];
-        out_.string(*fields.names[std::size_t(f)]);
-        out_.put(':');
-        if (!value(at(0, f), levels)) return false;
+      // The values' arrays lie apart: their misses overlap when all are
+      // asked for at once.
+      for (std::size_t f = 0; f < nfields; ++f)
+        if (values[f]) prefetch(values[f]);
+      if (nfields == 0) out_.put('{');
+      for (std::size_t k = 0; k < nfields; ++k) {
+        field_key(l, k);
+        if (!value(at(0, l.order[k]), levels)) return false;
       }
       out_.put('}');
       return true;
     }
     open_large(false);
-    out_.put('{');
-    for (std::size_t k = 0; k < fields.order.size(); ++k) {
-      const int f = fields.order[k];
-      if (k) out_.put(',');
-      out_.string(*fields.names[std::size_t(f)]);
-      out_.put(":[", 2);
+    if (nfields == 0) out_.put('{');
+    for (std::size_t k = 0; k < nfields; ++k) {
+      const int f = l.order[k];
+      field_key(l, k);
+      out_.put('[');
       for (ixSize i = 0; i < h.count; ++i) {
         if (i) out_.put(',');
         if (i + kPrefetchAhead < h.count && at(i + kPrefetchAhead, f)) prefetch(at(i + kPrefetchAhead, f));
@@ -204,7 +169,7 @@ class text_writer {
       out_.put(']');
     }
     out_.put('}');
-    size_and_type(h, names::structure);
+    size_and_type(h, type_name(ixSTRUCT_CLASS));
     return true;
   }
 
@@ -214,13 +179,7 @@ class text_writer {
     switch (form) {
       case Form::empty_array: out_.raw("[]"); return true;
       case Form::string: out_.string(std::u16string_view(static_cast<const char16_t*>(h.data), h.count)); return true;
-      case Form::scalar:
-        if (h.class_id == ixLOGICAL_CLASS) {
-          out_.boolean(*static_cast<const bool*>(h.data));
-        } else {
-          elements(static_cast<const double*>(h.data), 1, form);
-        }
-        return true;
+      case Form::scalar: scalar(h.class_id, h.data); return true;
       case Form::nested: return nested(h);
       case Form::large: large(h); return true;
       default: return false;
@@ -228,10 +187,30 @@ class text_writer {
   }
 
  private:
+  [[gnu::noinline]] bool other(const ixArray* a, Form form, std::size_t levels) {
+    const ixArrayHeader h = ixGetHeader(a);
+    switch (form) {
+      case Form::none: return false;
+      case Form::cell: return levels < kMaxContainerLevels && cell(h, levels + 1);
+      case Form::fields:
+      case Form::object: return levels < kMaxContainerLevels && structure(h, form, levels + 1);
+      case Form::empty_object: out_.raw("{}"); return true;
+      default: return leaf(h, form);
+    }
+  }
+
+  // Not through the loops of a matrix: most scalars sit in records.
+  void scalar(ixClassID cls, const void* data) {
+    if (cls == ixLOGICAL_CLASS) return out_.boolean(*static_cast<const bool*>(data));
+    const double x = *static_cast<const double*>(data);
+    if (std::isfinite(x)) [[likely]] return out_.number(x);
+    special(names::special(x), Form::scalar);
+  }
+
   void large(const ixArrayHeader& h) {
     open_large(h.complex);
     out_.put('[');
-    const char* type = ixtal::info_of(h.class_id).name;
+    const char* type = type_name(h.class_id);
     switch (h.class_id) {
       case ixCHAR_CLASS: out_.string(std::u16string_view(static_cast<const char16_t*>(h.data), h.count)); break;
       case ixLOGICAL_CLASS: elements(static_cast<const bool*>(h.data), h.count, Form::large); break;
@@ -256,12 +235,13 @@ class text_writer {
       using T = std::remove_cv_t<std::remove_pointer_t<decltype(x)>>;
       if (n == 1) return elements(x, m, Form::nested);
       // Gathered so that the row is written in one run (bool as a byte: no
-      // packed vector).
-      std::vector<std::conditional_t<std::is_same_v<T, bool>, char, T>> row(n);
+      // packed vector), in room the writer keeps for every matrix.
+      if (row_.size() < n) row_.resize(n);
+      auto* const row = reinterpret_cast<std::conditional_t<std::is_same_v<T, bool>, char, T>*>(row_.data());
       for (std::size_t i = 0; i < m; ++i) {
         for (std::size_t j = 0; j < n; ++j) row[j] = x[i + j * m];
         i ? out_.put(",[", 2) : out_.put('[');
-        elements(reinterpret_cast<const T*>(row.data()), n, Form::nested);
+        elements(reinterpret_cast<const T*>(row), n, Form::nested);
         out_.put(']');
       }
     };
@@ -304,8 +284,18 @@ class text_writer {
   TextOutput& out_;
   const ToJsonMode mode_;
   const NanType nan_;
-  field_order fields_;
+  layouts layouts_;
+  std::vector<double> row_;
 };
+
+// The text of containers goes through one buffer per thread, kept from
+// call to call: a host encodes one response after another, and a buffer
+// grown anew each time costs its pages again.
+constexpr std::size_t kKeptBuffer = std::size_t(32) << 20;
+std::string& thread_buffer() {
+  thread_local std::string buffer;
+  return buffer;
+}
 
 }  // namespace
 
@@ -314,15 +304,18 @@ ixArray* write_direct(const ixArray* a, ToJsonMode mode, NanType nan) {
   const bool container = !h.complex && (h.class_id == ixCELL_CLASS || h.class_id == ixSTRUCT_CLASS);
   if (container) {
     // The room of a container's text is known only once it is written: it
-    // goes to UTF-8 first, then into the row.
-    std::string text;
-    text.reserve(64 * std::size_t(h.count) + 256);  // grown as it must be
+    // goes to the thread's buffer as UTF-8 first, then into the row.
+    std::string& text = thread_buffer();
+    text.clear();
     {
       TextOutput out(text);
       if (!text_writer(out, mode, nan).value(a, 0)) return nullptr;
       out.finish();
     }
-    return ixCreateStringFromUtf8(text);
+    ixArray* const row = ixCreateStringFromUtf8(text);
+    // A thread that once wrote a very long text does not keep its room.
+    if (text.capacity() > kKeptBuffer) std::string().swap(text);
+    return row;
   }
   if (h.ndim < 2 || (h.count > 0 && !h.data)) return nullptr;
   struct Job {
@@ -331,7 +324,7 @@ ixArray* write_direct(const ixArray* a, ToJsonMode mode, NanType nan) {
     ToJsonMode mode;
     NanType nan;
     std::size_t room;
-  } job{h, form_of(h, 0, mode), mode, nan, 0};
+  } job{h, form_of(h, mode), mode, nan, 0};
   if (job.form == Form::nested && h.ndim > 2) return nullptr;
   job.room = text_writer::leaf_room(h, job.form);
   if (!job.room) return nullptr;

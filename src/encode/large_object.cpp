@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "encode/forms.hpp"
 #include "host/element_count.hpp"
 #include "host/json_keys.hpp"
 
@@ -15,8 +16,7 @@ Array tnsize_of(std::span<const ixSize> dims) {
   if (dims.size() < 2) throw std::runtime_error("Must have at least two dimensions");
   Array size;
   size.reserve(dims.size());
-  // Counts past 2^63 stay unsigned on their way to double.
-  for (ixSize d : dims) size.emplace_back(static_cast<double>(d));
+  for (ixSize d : dims) size.emplace_back(size_entry(d));
   return size;
 }
 

@@ -13,10 +13,6 @@ namespace ixtal_json::detail {
 
 using ixtal::dims_of;
 
-inline bool is_2d(std::span<const ixSize> dims, ixSize m, ixSize n) noexcept {
-  return dims.size() == 2 && dims[0] == m && dims[1] == n;
-}
-
 // "tnsize": one number per dimension. Throws std::runtime_error for fewer
 // than two dimensions.
 foundation::json::Array tnsize_of(std::span<const ixSize> dims);

@@ -9,7 +9,6 @@
 
 #include "encode/forms.hpp"
 #include "encode/large_object.hpp"
-#include "host/element_count.hpp"
 #include "errors/conversion_exceptions.hpp"
 #include "host/class_traits.hpp"
 #include "host/json_keys.hpp"
@@ -27,12 +26,15 @@ bool is_finite(F x) noexcept {
   return std::fabs(x) <= std::numeric_limits<F>::max();
 }
 
-// `levels` counts the special object itself and every container of the
-// writer around it.
-Value special_object(std::string_view name, const nesting& depth, std::size_t levels) {
+// NaN or an infinity in the form f: the name, or the object holding it
+// (`levels` counts the special object itself and every container of the
+// writer around it).
+template <class F>
+Value special_value(F x, Form f, NanType nan, const nesting& depth, std::size_t levels) {
+  if (special_as_string(f, nan)) return Value(std::string(names::special(x)));
   depth.require(levels);
   Object o;
-  o.emplace(keys::tndata, Value(std::string(name)));
+  o.emplace(keys::tndata, Value(std::string(names::special(x))));
   return Value(std::move(o));
 }
 
@@ -42,10 +44,8 @@ void append_part(Array& data, T x, NanType nan, const nesting& depth) {
   if constexpr (std::is_floating_point_v<T>) {
     if (is_finite(x)) [[likely]] {
       data.emplace_back(x);  // float stays the float alternative
-    } else if (nan == NanType::string) {
-      data.emplace_back(std::string(names::special(x)));
     } else {
-      data.push_back(special_object(names::special(x), depth, kLargeDataLevels + 1));
+      data.push_back(special_value(x, Form::large, nan, depth, kLargeDataLevels + 1));
     }
   } else if constexpr (std::is_same_v<T, bool>) {
     data.emplace_back(x);
@@ -78,13 +78,12 @@ template <class T>
     }
   }
   check_count(complex ? data.size() / 2 : data.size(), dims);
-  return large_object(element_traits<Part>::name, std::move(size), Value(std::move(data)), complex);
+  return large_object(type_name(ixtal::class_of_element<Part>::id), std::move(size), Value(std::move(data)), complex);
 }
 
-// Small notation has one form for NaN and the infinities, whatever NanType.
-Value small_number(double x, const nesting& depth, std::size_t levels) {
+Value small_number(double x, Form f, NanType nan, const nesting& depth, std::size_t levels) {
   if (is_finite(x)) [[likely]] return Value(x);
-  return special_object(names::special(x), depth, levels);
+  return special_value(x, f, nan, depth, levels);
 }
 
 std::size_t checked_count(ixSize d) {
@@ -163,28 +162,24 @@ Value write_numeric_large(const ixArray* a, NanType nan, const nesting& depth) {
   return out;
 }
 
-Value write_double_small(const ixArray* a, NanType nan, const nesting& depth) {
+Value write_double(const ixArray* a, Form form, NanType nan, const nesting& depth) {
+  if (form == Form::large) return write_numeric_large(a, nan, depth);
   const matrix::typed_array<double> view(a);
   const auto dims = dims_of(a);
-  if (is_2d(dims, 0, 0)) {
+  if (form == Form::empty_array) {
     depth.require(1);
     return Value(Array());
   }
-  if (is_2d(dims, 1, 1)) return small_number(view[0], depth, 1);
-  if (element_count(dims) == 0) return write_large<double>(a, nan, depth);
-  return write_nested(view, dims, depth, [&](double x, std::size_t levels) { return small_number(x, depth, levels); });
+  if (form == Form::scalar) return small_number(view[0], form, nan, depth, 1);
+  return write_nested(view, dims, depth,
+                      [&](double x, std::size_t levels) { return small_number(x, form, nan, depth, levels); });
 }
 
-Value write_logical_large(const ixArray* a, const nesting& depth) {
-  return write_large<bool>(a, NanType::string, depth);
-}
-
-Value write_logical_small(const ixArray* a, const nesting& depth) {
+Value write_logical(const ixArray* a, Form form, const nesting& depth) {
+  if (form == Form::large) return write_large<bool>(a, NanType::string, depth);
   const matrix::typed_array<bool> view(a);
-  const auto dims = dims_of(a);
-  if (element_count(dims) == 0) return write_large<bool>(a, NanType::string, depth);
-  if (is_2d(dims, 1, 1)) return Value(view[0]);
-  return write_nested(view, dims, depth, [](bool b, std::size_t) { return Value(b); });
+  if (form == Form::scalar) return Value(view[0]);
+  return write_nested(view, dims_of(a), depth, [](bool b, std::size_t) { return Value(b); });
 }
 
 }  // namespace ixtal_json::detail

@@ -19,6 +19,9 @@ inline constexpr std::string_view tndata = "tndata";
 inline constexpr std::string_view tnsize = "tnsize";
 inline constexpr std::string_view tntype = "tntype";
 inline constexpr std::string_view lhs = "lhs";
+// A tree's object lists its members in byte order; the text writer writes
+// the keys in the same order without sorting them.
+static_assert(tncomplex < tndata && tndata < tnsize && tnsize < tntype);
 
 inline constexpr const char* cell = ixtal::info_of(ixCELL_CLASS).name;
 inline constexpr const char* structure = ixtal::info_of(ixSTRUCT_CLASS).name;

@@ -225,8 +225,28 @@ struct ixArrayHeader {
   const ixSize* dims;
   ixSize count;      // elements
   const void* data;  // as ixGetData
+  ixArray* const* contents = nullptr;  // as ixGetContents
+  // A structure's field names in field-number order; structures made alike
+  // share the list, so its address tells their layouts apart.
+  int nfields = 0;
+  const std::string* fields = nullptr;
 };
-IXTAL_API ixArrayHeader ixGetHeader(const ixArray* a) noexcept;
+// Inline: a writer of a table of records asks it of every value, and a
+// call into the runtime for each cost more than reading the record.
+inline ixArrayHeader ixGetHeader(const ixArray* a) noexcept {
+  const ixSize* const d = a->dims.data();
+  ixSize count = d[0] * d[1];
+  for (std::size_t i = 2; i < a->dims.size(); ++i) count *= d[i];
+  ixArrayHeader h{a->class_id, a->complex, a->sparse, a->dims.size(), d, count, a->data};
+  if (a->class_id != ixCELL_CLASS && a->class_id != ixSTRUCT_CLASS) [[likely]] return h;
+  h.data = nullptr;
+  h.contents = static_cast<ixArray* const*>(a->data);
+  if (a->class_id == ixSTRUCT_CLASS && a->extra && a->extra->fields) {
+    h.nfields = int(a->extra->fields->size());
+    h.fields = a->extra->fields->data();
+  }
+  return h;
+}
 // Reshapes without touching the data; the element count must stay the same
 // (std::invalid_argument otherwise). Fewer than two entries are padded with 1.
 IXTAL_API void ixSetDimensions(ixArray* a, const ixSize* dims, std::size_t ndim);

@@ -1,10 +1,14 @@
 #include "foundation/json/text_output.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <stdexcept>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "ixtal/text.hpp"
 #include "number_text.hpp"
@@ -24,6 +28,28 @@ void check_finite(double d) {
 }
 
 constexpr char kHex[] = "0123456789abcdef";
+
+// A short text among other text is cheaper through the chunk than passing
+// the chunk on for it.
+constexpr std::size_t kShortText = 64;
+
+// Stores the bytes of eight units at out when each is printable ASCII with
+// no escape (0x20-0x7F but for the quote and the backslash).
+inline bool ascii8(const char16_t* units, char* out) noexcept {
+#if defined(__SSE2__)
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units));
+  const __m128i outside = _mm_or_si128(_mm_cmplt_epi16(v, _mm_set1_epi16(0x20)), _mm_cmpgt_epi16(v, _mm_set1_epi16(0x7F)));
+  const __m128i escaped = _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16('"')), _mm_cmpeq_epi16(v, _mm_set1_epi16('\\')));
+  if (_mm_movemask_epi8(_mm_or_si128(outside, escaped))) return false;
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(v, v));
+  return true;
+#else
+  for (int k = 0; k < 8; ++k)
+    if (units[k] >= 0x80 || kEscapes[units[k]]) return false;
+  for (int k = 0; k < 8; ++k) out[k] = char(units[k]);
+  return true;
+#endif
+}
 
 }  // namespace
 
@@ -103,12 +129,23 @@ void TextOutput::string(std::string_view s) {
 // The UTF-8 of the host text, escaped, a unit at a time into the chunk: at
 // most six bytes per unit (\u00XX, or three for U+FFFD) and the quotes.
 void TextOutput::string(std::u16string_view s) {
-  if (string_directly(s)) return;
-  constexpr std::size_t kBlock = 256;
-  put('"');
+  if (units_end_ && (p_ == chunk_.get() || s.size() >= kShortText) && string_directly(s)) return;
+  constexpr std::size_t kBlock = 256;  // and room for the quotes
+  char* p = room(6 * kBlock + 8);
+  *p++ = '"';
   for (std::size_t i = 0; i < s.size();) {
-    char* p = room(6 * kBlock + 8);
+    if (i) {
+      advance(p);
+      p = room(6 * kBlock + 8);
+    }
     for (const std::size_t stop = std::min(s.size(), i + kBlock); i < stop; ++i) {
+      // Eight units at once while they are printable ASCII that needs no
+      // escape, as nearly every text is: each is its own byte.
+      while (stop - i >= 8 && ascii8(s.data() + i, p)) {
+        i += 8;
+        p += 8;
+      }
+      if (i == stop) break;
       const char16_t c = s[i];
       if (c < 0x80) {
         const char e = kEscapes[c];
@@ -141,9 +178,9 @@ void TextOutput::string(std::u16string_view s) {
         p += 3;
       }
     }
-    advance(p);
   }
-  put('"');
+  *p++ = '"';
+  advance(p);
 }
 
 // From s straight to the UTF-16 output of a writer that knows its room: the
@@ -152,9 +189,9 @@ void TextOutput::string(std::u16string_view s) {
 // chunk instead.
 bool TextOutput::string_directly(std::u16string_view s) {
   constexpr std::size_t kEscapedUnits = 6;  // \u00XX
-  if (!units_end_) return false;
   if (p_ != chunk_.get()) flush();
-  if (p_ != chunk_.get() || std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 2) return false;
+  if (p_ != chunk_.get()) return false;
+  if (std::size_t(units_end_ - units_) / kEscapedUnits < s.size() + 2) return false;
   char16_t* u = units_;
   *u++ = u'"';
   for (std::size_t i = 0; i < s.size(); ++i) {
