@@ -41,15 +41,13 @@ class TextReader {
   }
   static matrix::owned_array owned(ixArray* a) { return matrix::owned_array(a); }
 
-  struct Field {
-    std::string name;
-    matrix::owned_array value;
-  };
   struct Layout {
     std::vector<std::string> names;       // as the text lists them
     std::vector<std::size_t> order;       // field k's member
     matrix::owned_array model;            // a structure with the fields, in field order
+    bool plain = false;                   // no name is one a large object reads ("tnsize", "tncomplex")
   };
+  using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
 
   // Data met before the class and size that say how to read them (as the
@@ -89,7 +87,7 @@ class TextReader {
     const std::size_t at;
   };
   using Mark = StackMark<std::vector<matrix::owned_array>>;
-  using FieldMark = StackMark<std::vector<Field>>;
+  using NameMark = StackMark<std::vector<std::string>>;
   struct Depth {
     explicit Depth(std::size_t& d) noexcept : depth(++d) {}
     ~Depth() { --depth; }
@@ -100,11 +98,11 @@ class TextReader {
   // (the first of repeated names counts) to read(q); the rest are read for
   // their grammar alone.
   template <class Read>
-  void first_member(const Char*& p, const std::string& key, Read&& read) {
+  void first_member(const Char*& p, std::string_view key, Read&& read) {
     bool found = false;
-    std::string name;
-    ok(g_.members(p, name, [&](const std::string& k, const Char*& q) {
-      if (found || k != key) return g_.skip_value(q);
+    std::string scratch;
+    ok(g_.members(p, [&](const Name& k, const Char*& q) {
+      if (found || !g_.same(k, key, scratch)) return g_.skip_value(q);
       found = true;
       return read(q);
     }));
@@ -112,17 +110,19 @@ class TextReader {
 
   // text_reader.cpp
   matrix::owned_array value(const Char*& p, bool whole = false);
+  // The string at p's units: a view of the text, or of units_ until the
+  // next call.
   std::u16string_view string_units(const Char*& p);
   static matrix::owned_array char_row(std::u16string_view units);
   std::string utf8_string(const Char*& p);
   matrix::owned_array object(const Char*& p);
-  void member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
+  void member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, const Layout& layout,
               bool& on_layout, Names& seen);
   bool repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout, Names& seen);
   bool read_size(const Char*& p, dims_vector& dims);
   matrix::owned_array large(DecidingKeys& k);
   Layout& layout_at(std::size_t depth);
-  matrix::owned_array plain_struct(std::size_t mark, Layout& layout, bool on_layout);
+  matrix::owned_array plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout, bool on_layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp
@@ -162,8 +162,13 @@ class TextReader {
   const Char* const begin_;
   dovra_json::detail::Utf16Sink units_;
   std::vector<matrix::owned_array> elements_;  // of cells and responses, shared by every depth
-  std::vector<Field> fields_;                  // of plain structures, shared by every depth
+  // The fields of plain structures, shared by every depth: their values,
+  // and the names of those of an object off its layout (an object on it has
+  // the layout's).
+  std::vector<matrix::owned_array> fields_;
+  std::vector<std::string> field_names_;
   std::deque<Layout> layouts_;                 // of plain structures, one per depth (held by reference)
+  std::vector<ixArray*> values_;               // a record's field values in field order, as it is made
   std::size_t record_depth_ = 0;
 
   // Small notation: the size of each level as its first array says, the

@@ -18,7 +18,9 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "foundation/json/support.hpp"
 #include "ixtal/text.hpp"
@@ -127,12 +129,43 @@ class Grammar : public NumberGrammar<Char> {
     return foundation::json::kParseOk;
   }
 
-  // { "name": value, ... } at p: each name is read into name (as UTF-8),
-  // then member(name, p) reads the value (never at the end of the text)
-  // and returns its code. Every member
-  // is reported, repeated names too: which one counts is the handler's rule.
+  // A member's name as it stands in the text: the units between its quotes,
+  // and whether they are plain (ASCII, no escape), so that they are their
+  // own UTF-8 form. A handler that only compares names then decodes none.
+  struct Name {
+    const Char* first;  // just after the opening quote
+    const Char* last;   // on the closing quote
+    bool plain;
+  };
+
+  // The name's UTF-8 form, as the string rule with a Utf8Sink gives it.
+  void decode(const Name& n, std::string& out) {
+    if (n.plain) {
+      out.resize(std::size_t(n.last - n.first));
+      std::transform(n.first, n.last, out.begin(), [](Char c) { return char(c); });
+      return;
+    }
+    out.clear();
+    const Char* q = n.first - 1;
+    Utf8Sink sink(out);
+    string(q, sink);  // read once already: cannot fail
+  }
+
+  // Whether the name is text (UTF-8), without decoding a plain one.
+  bool same(const Name& n, std::string_view text, std::string& scratch) {
+    if (n.plain)
+      return std::size_t(n.last - n.first) == text.size() &&
+             std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
+    decode(n, scratch);
+    return scratch == text;
+  }
+
+  // { "name": value, ... } at p: member(name, p) is handed each name as a
+  // Name, then reads the value (never at the end of the text) and returns
+  // its code. Every member is reported, repeated names too: which one
+  // counts is the handler's rule.
   template <class Member>
-  ParseResult members(const Char*& p, std::string& name, Member&& member) {
+  ParseResult members(const Char*& p, Member&& member) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '{') return foundation::json::kObjectExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
@@ -142,16 +175,15 @@ class Grammar : public NumberGrammar<Char> {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '}') {
       for (;;) {
-        name.clear();
-        Utf8Sink sink(name);
-        if (const ParseResult r = string(p, sink); r != foundation::json::kParseOk) return r;
+        Name name;
+        if (const ParseResult r = member_name(p, name); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p != ':') return foundation::json::kColonExpected;
         ++p;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (const ParseResult r = member(name, p); r != foundation::json::kParseOk) return r;
+        if (const ParseResult r = member(std::as_const(name), p); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p == '}') break;
@@ -162,6 +194,15 @@ class Grammar : public NumberGrammar<Char> {
     }
     ++p;
     return foundation::json::kParseOk;
+  }
+
+  // The same, each name decoded into name (as UTF-8) for member(name, p).
+  template <class Member>
+  ParseResult members(const Char*& p, std::string& name, Member&& member) {
+    return members(p, [&](const Name& n, const Char*& q) {
+      decode(n, name);
+      return member(name, q);
+    });
   }
 
   // Reads the value at p for its grammar alone, building nothing.
@@ -177,8 +218,7 @@ class Grammar : public NumberGrammar<Char> {
         return number(p, ignored);
       }
       case Token::kObject: {
-        std::string name;
-        return members(p, name, [this](const std::string&, const Char*& q) { return skip_value(q); });
+        return members(p, [this](const Name&, const Char*& q) { return skip_value(q); });
       }
       case Token::kArray: return elements(p, [this](const Char*& q) { return skip_value(q); });
       case Token::kNone: return foundation::json::kStringExpected;
@@ -214,6 +254,27 @@ class Grammar : public NumberGrammar<Char> {
     void put(char) noexcept {}
     void put_escape(char16_t, char16_t, bool) noexcept {}
   };
+
+  // The name at p, read as the string rule reads it (the same codes, the
+  // cursor left where it would be), building nothing.
+  ParseResult member_name(const Char*& p, Name& n) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '"') return foundation::json::kStringExpected;
+    n.first = ++p;
+    int units = 0;  // every unit or'ed: beyond ASCII when bit 7 or above is set
+    bool escaped = false;
+    for (;;) {
+      for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
+      if (p == end_) return foundation::json::kUnexpectedEnd;
+      if (*p == '"') break;
+      Discard sink;
+      if (const ParseResult r = escape(p, sink); r != foundation::json::kParseOk) return r;
+      escaped = true;
+    }
+    n.last = p++;
+    n.plain = !escaped && units < 0x80;
+    return foundation::json::kParseOk;
+  }
 
   // Counts one level of array or object nesting for as long as it lives.
   class Level {
