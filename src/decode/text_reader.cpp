@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "decode/response.hpp"
 #include "decode/rules.hpp"
@@ -69,9 +70,8 @@ std::u16string_view TextReader::string_units(const Char*& p) {
   // Most strings hold no escape and no surrogate: their units are the
   // char row's as they stand in the text.
   const Char* const first = p + 1;
-  const Char* q = first;
-  while (q != g_.end() && *q != '"' && *q != '\\' && (*q & 0xF800) != 0xD800) ++q;
-  if (q != g_.end() && *q == '"') {
+  const Char* const q = g_.find_quote_or_backslash(first, g_.end());
+  if (q != g_.end() && *q == '"' && std::none_of(first, q, [](Char c) { return (c & 0xF800) == 0xD800; })) {
     p = q + 1;
     return {first, std::size_t(q - first)};
   }
@@ -108,29 +108,39 @@ struct TextReader::DecidingKeys {
   std::unique_ptr<Pending> pending;  // else, the data as read before the class and size
 };
 
-matrix::owned_array TextReader::object(const Char*& p) {
+// What the members of an object other than its layout's say: the deciding
+// keys, and the names given once it has left the layout. A record on its
+// layout has none of them and pays nothing for them.
+struct TextReader::Members {
   DecidingKeys k;
+  Names seen;
+  std::string name;
+};
+
+matrix::owned_array TextReader::object(const Char*& p) {
   const Mark mark(fields_);
   const NameMark names_mark(field_names_);
   const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
-  Names seen;             // once they are not
-  std::string name;
+  std::optional<Members> rest;
   ok(g_.members(p, [&](const Name& n, const Char*& q) {
     // A record with the names of the one before, in its order: each member
-    // is the next field, and its name is never decoded.
+    // is the next field, its name compared as it stands.
     const std::size_t i = fields_.size() - mark.at;
-    if (on_layout && layout.plain && !k.type_at && !k.data_at && i < layout.names.size() &&
-        g_.same(n, layout.names[i], name)) {
+    if (n.plain && on_layout && layout.plain && i < layout.names.size() &&
+        (!rest || (!rest->k.type_at && !rest->k.data_at)) && g_.plain_is(n, layout.names[i])) {
       fields_.push_back(value(q));
       return fj::kParseOk;
     }
-    g_.decode(n, name);
-    member(name, q, k, mark.at, layout, on_layout, seen);
+    if (!rest) rest.emplace();
+    g_.decode(n, rest->name);
+    member(rest->name, q, rest->k, mark.at, layout, on_layout, rest->seen);
     return fj::kParseOk;
   }));
+  if (!rest) return plain_struct(mark.at, names_mark.at, layout, on_layout);
+  DecidingKeys& k = rest->k;
   switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
     case ObjectRole::kLarge: return large(k);
     case ObjectRole::kSpecialFloat: {
@@ -265,8 +275,8 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
 }
 
 TextReader::Layout& TextReader::layout_at(std::size_t depth) {
-  if (layouts_.size() < depth) layouts_.resize(depth);
-  return layouts_[depth - 1];
+  while (layouts_.size() < depth) layouts_.push_back(std::make_unique<Layout>());
+  return *layouts_[depth - 1];
 }
 
 // Records of one body mostly share their names, in one order: the layout

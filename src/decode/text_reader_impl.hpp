@@ -5,7 +5,6 @@
 // whatever was under construction, and the text goes to the general path.
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -49,6 +48,7 @@ class TextReader {
   };
   using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
+  struct Members;
 
   // Data met before the class and size that say how to read them (as the
   // encoder writes them: keys in byte order), read once in a form that
@@ -167,7 +167,7 @@ class TextReader {
   // the layout's).
   std::vector<matrix::owned_array> fields_;
   std::vector<std::string> field_names_;
-  std::deque<Layout> layouts_;                 // of plain structures, one per depth (held by reference)
+  std::vector<std::unique_ptr<Layout>> layouts_;  // of plain structures, one per depth (held by reference)
   std::vector<ixArray*> values_;               // a record's field values in field order, as it is made
   std::size_t record_depth_ = 0;
 

@@ -22,6 +22,10 @@
 #include <type_traits>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "foundation/json/support.hpp"
 #include "ixtal/text.hpp"
 #include "json/limits.hpp"
@@ -151,11 +155,14 @@ class Grammar : public NumberGrammar<Char> {
     string(q, sink);  // read once already: cannot fail
   }
 
-  // Whether the name is text (UTF-8), without decoding a plain one.
+  // Whether a plain name is text (UTF-8).
+  static bool plain_is(const Name& n, std::string_view text) noexcept {
+    return std::size_t(n.last - n.first) == text.size() &&
+           std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
+  }
+  // Whether any name is text, decoding only one that is not plain.
   bool same(const Name& n, std::string_view text, std::string& scratch) {
-    if (n.plain)
-      return std::size_t(n.last - n.first) == text.size() &&
-             std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
+    if (n.plain) return plain_is(n, text);
     decode(n, scratch);
     return scratch == text;
   }
@@ -230,6 +237,8 @@ class Grammar : public NumberGrammar<Char> {
   // an unclosed one runs to the end of the text, and a '/' that starts
   // neither is left for the caller to reject.
   void skip_white_space(const Char*& p) const noexcept {
+    // Compact text has none: a unit above ' ' is never white space.
+    if (p != end_ && Numbers::code(*p) > ' ' && *p != '/') return;
     while (p != end_ && is_space(*p)) ++p;
     if (comments_) skip_comments(p);
   }
@@ -261,10 +270,10 @@ class Grammar : public NumberGrammar<Char> {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '"') return foundation::json::kStringExpected;
     n.first = ++p;
-    int units = 0;  // every unit or'ed: beyond ASCII when bit 7 or above is set
+    int units = 0;  // every unit or'ed: beyond ASCII when a bit above the seventh is set
     bool escaped = false;
     for (;;) {
-      for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
+      p = name_run(p, units);
       if (p == end_) return foundation::json::kUnexpectedEnd;
       if (*p == '"') break;
       Discard sink;
@@ -274,6 +283,28 @@ class Grammar : public NumberGrammar<Char> {
     n.last = p++;
     n.plain = !escaped && units < 0x80;
     return foundation::json::kParseOk;
+  }
+
+  // The first '"' or '\\' at or after p, or end, with every unit before it
+  // or'ed into units. Names are short: over UTF-16 most take one block.
+  const Char* name_run(const Char* p, int& units) const noexcept {
+#if defined(__SSE2__)
+    if constexpr (sizeof(Char) == 2) {
+      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
+      const __m128i beyond = _mm_set1_epi16(short(0xFF80));
+      for (; end_ - p >= 8; p += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const unsigned stop =
+            unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
+        const unsigned ascii = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, beyond), _mm_setzero_si128())));
+        const unsigned before = stop ? (stop & -stop) - 1 : 0xFFFFu;  // the bytes of the units before the stop
+        if (~ascii & before) units |= 0x80;
+        if (stop) return p + __builtin_ctz(stop) / 2;
+      }
+    }
+#endif
+    for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
+    return p;
   }
 
   // Counts one level of array or object nesting for as long as it lives.
