@@ -125,7 +125,7 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
 ixArrayExtra& extra_of(ixArray* a) {
   if (!a->extra) {
     try {
-      a->extra = std::make_unique<ixArrayExtra>();
+      a->extra.reset(new ixArrayExtra);  // its members start empty: nothing to zero first
     } catch (const std::bad_alloc&) {
       out_of_memory();
     }

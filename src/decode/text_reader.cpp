@@ -125,12 +125,16 @@ matrix::owned_array TextReader::object(const Char*& p) {
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
   std::optional<Members> rest;
-  ok(g_.members(p, [&](const Name& n, const Char*& q) {
-    // A record with the names of the one before, in its order: each member
-    // is the next field, its name compared as it stands.
+  // A record with the names of the one before, in its order: each name is
+  // expected as that record spelt it, and the member is the next field.
+  const auto expect = [&]() -> const std::string* {
     const std::size_t i = fields_.size() - mark.at;
-    if (n.plain && on_layout && layout.plain && i < layout.names.size() &&
-        (!rest || (!rest->k.type_at && !rest->k.data_at)) && g_.plain_is(n, layout.names[i])) {
+    return on_layout && layout.plain && i < layout.names.size() && (!rest || (!rest->k.type_at && !rest->k.data_at))
+               ? &layout.names[i]
+               : nullptr;
+  };
+  ok(g_.members(p, expect, [&](const Name& n, const Char*& q) {
+    if (n.expected) {
       fields_.push_back(value(q));
       return fj::kParseOk;
     }
@@ -293,8 +297,13 @@ matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names
     layout.model.reset();
     layout.names = std::move(names);
     layout.order = field_order(layout.names);
-    layout.plain = std::none_of(layout.names.begin(), layout.names.end(),
-                                [](const std::string& s) { return s == keys::tnsize || s == keys::tncomplex; });
+    // Names the text may spell as they stand, none of them read by large
+    // notation: a record on such a layout is read by its names alone.
+    layout.plain = std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
+      return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
+               return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+             });
+    });
     std::vector<std::string> sorted;
     for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
     const ixSize none[2] = {0, 0};

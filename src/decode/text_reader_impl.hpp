@@ -44,7 +44,7 @@ class TextReader {
     std::vector<std::string> names;       // as the text lists them
     std::vector<std::size_t> order;       // field k's member
     matrix::owned_array model;            // a structure with the fields, in field order
-    bool plain = false;                   // no name is one a large object reads ("tnsize", "tncomplex")
+    bool plain = false;                   // see plain_struct
   };
   using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
@@ -131,6 +131,7 @@ class TextReader {
   void small_leaf(const Char*& p);
   bool special_float(const Char*& p, double& out);
   matrix::owned_array small_result();
+  matrix::owned_array flat_list();
   // The sizes of the levels down to the leaves.
   dims_vector known_levels() const {
     return dims_vector(levels_.begin(), levels_.begin() + std::ptrdiff_t(leaf_level_ + 1));

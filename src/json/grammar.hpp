@@ -140,6 +140,7 @@ class Grammar : public NumberGrammar<Char> {
     const Char* first;  // just after the opening quote
     const Char* last;   // on the closing quote
     bool plain;
+    bool expected = false;  // spelt as the handler expected (see members)
   };
 
   // The name's UTF-8 form, as the string rule with a Utf8Sink gives it.
@@ -155,14 +156,11 @@ class Grammar : public NumberGrammar<Char> {
     string(q, sink);  // read once already: cannot fail
   }
 
-  // Whether a plain name is text (UTF-8).
-  static bool plain_is(const Name& n, std::string_view text) noexcept {
-    return std::size_t(n.last - n.first) == text.size() &&
-           std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
-  }
-  // Whether any name is text, decoding only one that is not plain.
+  // Whether the name is text (UTF-8), decoding only one that is not plain.
   bool same(const Name& n, std::string_view text, std::string& scratch) {
-    if (n.plain) return plain_is(n, text);
+    if (n.plain)
+      return std::size_t(n.last - n.first) == text.size() &&
+             std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
     decode(n, scratch);
     return scratch == text;
   }
@@ -173,6 +171,16 @@ class Grammar : public NumberGrammar<Char> {
   // counts is the handler's rule.
   template <class Member>
   ParseResult members(const Char*& p, Member&& member) {
+    return members(p, [] { return static_cast<const std::string*>(nullptr); }, member);
+  }
+
+  // The same, with expect() giving before each name the one the handler
+  // expects there, or null: ASCII with no '"' or '\\', so that the string
+  // rule reads it as itself. Spelt so in the text, it is taken whole and
+  // marked expected, with no scan. Records of one layout mostly give their
+  // names as the record before did.
+  template <class Expect, class Member>
+  ParseResult members(const Char*& p, Expect&& expect, Member&& member) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '{') return foundation::json::kObjectExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
@@ -183,7 +191,9 @@ class Grammar : public NumberGrammar<Char> {
     if (*p != '}') {
       for (;;) {
         Name name;
-        if (const ParseResult r = member_name(p, name); r != foundation::json::kParseOk) return r;
+        const std::string* const e = expect();
+        if (!(e && take_expected(p, *e, name)))
+          if (const ParseResult r = member_name(p, name); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p != ':') return foundation::json::kColonExpected;
@@ -283,6 +293,17 @@ class Grammar : public NumberGrammar<Char> {
     n.last = p++;
     n.plain = !escaped && units < 0x80;
     return foundation::json::kParseOk;
+  }
+
+  // The name at p when it is "e", with e spelt as it stands.
+  bool take_expected(const Char*& p, const std::string& e, Name& n) const noexcept {
+    const std::size_t length = e.size();
+    if (std::size_t(end_ - p) < length + 2 || p[0] != '"' || p[length + 1] != '"' ||
+        !std::equal(e.begin(), e.end(), p + 1, [](char c, Char u) { return Char(c) == u; }))
+      return false;
+    n = {p + 1, p + 1 + length, true, true};
+    p += length + 2;
+    return true;
   }
 
   // The first '"' or '\\' at or after p, or end, with every unit before it
