@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <optional>
 
 #include "decode/response.hpp"
 #include "decode/rules.hpp"
@@ -118,13 +117,13 @@ struct TextReader::Members {
 };
 
 matrix::owned_array TextReader::object(const Char*& p) {
-  const Mark mark(fields_);
+  const ArrayMark mark(fields_);
   const NameMark names_mark(field_names_);
   const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
-  std::optional<Members> rest;
+  Lazy<Members> rest;
   // A record with the names of the one before, in its order: each name is
   // expected as that record spelt it, and the member is the next field.
   const auto expect = [&]() -> const std::string* {
@@ -135,10 +134,10 @@ matrix::owned_array TextReader::object(const Char*& p) {
   };
   ok(g_.members(p, expect, [&](const Name& n, const Char*& q) {
     if (n.expected) {
-      fields_.push_back(value(q));
+      push_field(value(q));
       return fj::kParseOk;
     }
-    if (!rest) rest.emplace();
+    if (!rest) rest.make();
     g_.decode(n, rest->name);
     member(rest->name, q, rest->k, mark.at, layout, on_layout, rest->seen);
     return fj::kParseOk;
@@ -200,7 +199,7 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
   if (k.type_at || k.data_at || repeated(key, mark, layout, on_layout, seen)) ok(g_.skip_value(q));
   else {
     if (!on_layout) field_names_.push_back(std::move(key));
-    fields_.push_back(value(q));
+    push_field(value(q));
   }
   if (first_size) {
     k.size_at = start;
@@ -310,9 +309,9 @@ matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names
     layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
   }
   values_.clear();
-  for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])].get());
+  for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
   matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values_.data()));
-  for (auto f = first; f != fields_.end(); ++f) f->release();  // the structure holds them from here
+  fields_.resize(mark);  // the structure holds them from here
   return s;
 }
 

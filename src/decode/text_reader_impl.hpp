@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -87,7 +88,44 @@ class TextReader {
     const std::size_t at;
   };
   using Mark = StackMark<std::vector<matrix::owned_array>>;
+  // The same for a stack of arrays it owns as plain pointers, so that a
+  // record that takes its fields leaves nothing to destroy or even to test.
+  struct ArrayMark {
+    explicit ArrayMark(std::vector<ixArray*>& s) noexcept : stack(s), at(s.size()) {}
+    ~ArrayMark() {
+      for (std::size_t i = at; i < stack.size(); ++i) ixDestroyArray(stack[i]);
+      stack.resize(at);
+    }
+    ArrayMark(const ArrayMark&) = delete;
+    ArrayMark& operator=(const ArrayMark&) = delete;
+    std::vector<ixArray*>& stack;
+    const std::size_t at;
+  };
   using NameMark = StackMark<std::vector<std::string>>;
+  // A T made when first asked for: until then it costs nothing, not even
+  // the zeroing an empty std::optional of a large T gets.
+  template <class T>
+  class Lazy {
+   public:
+    Lazy() noexcept {}
+    ~Lazy() {
+      if (made_) value_.~T();
+    }
+    Lazy(const Lazy&) = delete;
+    Lazy& operator=(const Lazy&) = delete;
+    void make() {
+      new (&value_) T();
+      made_ = true;
+    }
+    explicit operator bool() const noexcept { return made_; }
+    T* operator->() noexcept { return &value_; }
+
+   private:
+    union {
+      T value_;
+    };
+    bool made_ = false;
+  };
   struct Depth {
     explicit Depth(std::size_t& d) noexcept : depth(++d) {}
     ~Depth() { --depth; }
@@ -106,6 +144,11 @@ class TextReader {
       found = true;
       return read(q);
     }));
+  }
+
+  void push_field(matrix::owned_array value) {
+    fields_.push_back(value.get());
+    value.release();  // once the stack holds it
   }
 
   // text_reader.cpp
@@ -166,7 +209,7 @@ class TextReader {
   // The fields of plain structures, shared by every depth: their values,
   // and the names of those of an object off its layout (an object on it has
   // the layout's).
-  std::vector<matrix::owned_array> fields_;
+  std::vector<ixArray*> fields_;  // owned: see ArrayMark
   std::vector<std::string> field_names_;
   std::vector<std::unique_ptr<Layout>> layouts_;  // of plain structures, one per depth (held by reference)
   std::vector<ixArray*> values_;               // a record's field values in field order, as it is made
