@@ -69,8 +69,10 @@ std::u16string_view TextReader::string_units(const Char*& p) {
   // Most strings hold no escape and no surrogate: their units are the
   // char row's as they stand in the text.
   const Char* const first = p + 1;
-  const Char* const q = g_.find_quote_or_backslash(first, g_.end());
-  if (q != g_.end() && *q == '"' && std::none_of(first, q, [](Char c) { return (c & 0xF800) == 0xD800; })) {
+  int units = 0;
+  const Char* const q = g_.plain_run(first, units);
+  if (q != g_.end() && *q == '"' &&
+      (units < 0x80 || std::none_of(first, q, [](Char c) { return (c & 0xF800) == 0xD800; }))) {
     p = q + 1;
     return {first, std::size_t(q - first)};
   }

@@ -243,6 +243,29 @@ class Grammar : public NumberGrammar<Char> {
     }
   }
 
+  // The first '"' or '\\' at or after p, or end. units stays below 0x80
+  // when every unit before it is ASCII, and is 0x80 or more otherwise.
+  // Names and most strings are short: over UTF-16 most take one block.
+  const Char* plain_run(const Char* p, int& units) const noexcept {
+#if defined(__SSE2__)
+    if constexpr (sizeof(Char) == 2) {
+      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
+      const __m128i beyond = _mm_set1_epi16(short(0xFF80));
+      for (; end_ - p >= 8; p += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const unsigned stop =
+            unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
+        const unsigned ascii = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, beyond), _mm_setzero_si128())));
+        const unsigned before = stop ? (stop & -stop) - 1 : 0xFFFFu;  // the bytes of the units before the stop
+        if (~ascii & before) units |= 0x80;
+        if (stop) return p + __builtin_ctz(stop) / 2;
+      }
+    }
+#endif
+    for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
+    return p;
+  }
+
   // With comments on, "/* ... */" and "// ... newline" count as white space;
   // an unclosed one runs to the end of the text, and a '/' that starts
   // neither is left for the caller to reject.
@@ -280,10 +303,10 @@ class Grammar : public NumberGrammar<Char> {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '"') return foundation::json::kStringExpected;
     n.first = ++p;
-    int units = 0;  // every unit or'ed: beyond ASCII when a bit above the seventh is set
+    int units = 0;  // 0x80 or more once a unit is beyond ASCII
     bool escaped = false;
     for (;;) {
-      p = name_run(p, units);
+      p = plain_run(p, units);
       if (p == end_) return foundation::json::kUnexpectedEnd;
       if (*p == '"') break;
       Discard sink;
@@ -304,28 +327,6 @@ class Grammar : public NumberGrammar<Char> {
     n = {p + 1, p + 1 + length, true, true};
     p += length + 2;
     return true;
-  }
-
-  // The first '"' or '\\' at or after p, or end, with every unit before it
-  // or'ed into units. Names are short: over UTF-16 most take one block.
-  const Char* name_run(const Char* p, int& units) const noexcept {
-#if defined(__SSE2__)
-    if constexpr (sizeof(Char) == 2) {
-      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
-      const __m128i beyond = _mm_set1_epi16(short(0xFF80));
-      for (; end_ - p >= 8; p += 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const unsigned stop =
-            unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
-        const unsigned ascii = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, beyond), _mm_setzero_si128())));
-        const unsigned before = stop ? (stop & -stop) - 1 : 0xFFFFu;  // the bytes of the units before the stop
-        if (~ascii & before) units |= 0x80;
-        if (stop) return p + __builtin_ctz(stop) / 2;
-      }
-    }
-#endif
-    for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
-    return p;
   }
 
   // Counts one level of array or object nesting for as long as it lives.
