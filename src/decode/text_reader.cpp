@@ -286,7 +286,7 @@ TextReader::Layout& TextReader::layout_at(std::size_t depth) {
 
 // Records of one body mostly share their names, in one order: the layout
 // of the last record at this depth is kept, and a record that matches it
-// shares its field names (ixCreateStructArrayLike).
+// is made with its values in one call, sharing its field names.
 matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout,
                                             bool on_layout) {
   const auto first = fields_.begin() + std::ptrdiff_t(mark);
