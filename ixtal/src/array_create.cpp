@@ -252,7 +252,7 @@ ixArray* ixCreateStructScalarLike(const ixArray* model, ixArray* const* values) 
   // The slots share the record's block, as a scalar's data do.
   ixArray* a = make_small(1, 1, ixSTRUCT_CLASS, bytes);
   matrix::owned_array guard(a);
-  extra_of(a).fields = model->extra->fields;
+  extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
   std::copy_n(values, nf, slots(a));
   return guard.release();
 }
