@@ -41,7 +41,8 @@ class Documents {
 
   std::string response() {
     std::string list;
-    for (int n = pick(6), k = 0; k < n; ++k) list += (k ? "," + space() : "") + value(1);
+    const bool records = pick(3) == 0;  // a body of records, as most responses are
+    for (int n = pick(6), k = 0; k < n; ++k) list += (k ? "," + space() : "") + (records ? record(2) : value(1));
     switch (pick(8)) {
       case 0: return "[" + list + "]";
       case 1: return R"({"lhs":3})";
@@ -120,16 +121,35 @@ class Documents {
     return s + "]";
   }
 
+  // Some names are spelt with escapes, one of them as another name is
+  // spelt plain: \u0069d is id.
   std::string name() {
     static const char* const kNames[] = {"id", "name", "score", "ok", "B", "a", "_", "", "tnsize", "tnclass",
-                                         "tncomplex", "a\\u0062", "\xc3\xa9t\xc3\xa9", "pos", "id"};
+                                         "tncomplex", "a\\u0062", "\xc3\xa9t\xc3\xa9", "pos", "id", "\\u0069d",
+                                         "sc\\u006fre", "\\u00e9t\\u00e9", "tn\\u0073ize", "ok\\\""};
     return "\"" + std::string(kNames[pick(std::size(kNames))]) + "\"";
   }
 
+  // Records mostly give the names of the one before, in its order; now and
+  // then one fewer, one more, one other, or one repeated.
   std::string record(int depth) {
+    std::vector<std::string> names = last_names_;
+    if (names.empty() || pick(3) == 0) {
+      names.clear();
+      for (int n = pick(6), k = 0; k < n; ++k) names.push_back(name());
+    } else {
+      switch (pick(8)) {
+        case 0: names.pop_back(); break;
+        case 1: names.push_back(name()); break;
+        case 2: names[std::size_t(pick(names.size()))] = name(); break;
+        case 3: names.push_back(names[std::size_t(pick(names.size()))]); break;
+        default: break;
+      }
+    }
     std::string s = "{";
-    for (int n = pick(6), k = 0; k < n; ++k)
-      s += (k ? "," : "") + space() + name() + space() + ":" + space() + value(depth);
+    for (std::size_t k = 0; k < names.size(); ++k)
+      s += (k ? "," : "") + space() + names[k] + space() + ":" + space() + value(depth);
+    last_names_ = names;
     return s + space() + "}";
   }
 
@@ -176,6 +196,7 @@ class Documents {
   }
 
   std::mt19937 rng_;
+  std::vector<std::string> last_names_;
 };
 
 std::u16string host_units(const std::string& text) {

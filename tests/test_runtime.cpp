@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <random>
 
 #include "ixtal/memory.hpp"
@@ -179,6 +180,46 @@ TEST(Runtime, CellsAndStructuresOwnWhatTheyHold) {
   }
   EXPECT_EQ(ixGetNumberOfElements(wide.get()), 120u);
   EXPECT_NE(ixGetFieldByNumber(like.get(), 0, 3), nullptr);
+}
+
+// Refuses every block the runtime takes once blocks_left are taken.
+std::atomic<int> blocks_left{0};
+bool block_refused() noexcept { return blocks_left.fetch_sub(1) <= 0; }
+
+TEST(Runtime, AStructureMadeWithItsValuesHoldsThemOrLeavesThemToTheCaller) {
+  dovra_test::LeakCheck leaks;
+  for (const int nfields : {0, 3, 40}) {  // no slots, slots in the record, slots beyond it
+    SCOPED_TRACE(nfields);
+    std::vector<std::string> names;
+    for (int f = 0; f < nfields; ++f) names.push_back("f" + std::to_string(f));
+    const ixSize none[2] = {0, 0};
+    const owned_array model(ixCreateStructArray(2, none, nfields, names.data()));
+    std::vector<owned_array> values;
+    std::vector<ixArray*> given;
+    for (int f = 0; f < nfields; ++f) given.push_back(values.emplace_back(ixCreateDoubleScalar(f)).get());
+    // Each block it takes fails in turn (the record, its slots, its extra
+    // block): the values stay the caller's, until it is made.
+    owned_array s;
+    for (int blocks = 0; !s; ++blocks) {
+      ASSERT_LT(blocks, 4);
+      blocks_left = blocks;
+      ixtal::testing::set_allocation_hook(block_refused);
+      try {
+        s.reset(ixCreateStructScalarLike(model.get(), given.data()));
+      } catch (const foundation::core::except::bad_alloc&) {
+      }
+      ixtal::testing::set_allocation_hook(nullptr);
+    }
+    for (owned_array& v : values) v.release();  // the structure holds them
+    EXPECT_EQ(ixGetNumberOfElements(s.get()), 1u);
+    ASSERT_EQ(ixGetNumberOfFields(s.get()), nfields);
+    for (int f = 0; f < nfields; ++f) {
+      EXPECT_EQ(ixGetFieldName(s.get(), f), names[std::size_t(f)]);
+      EXPECT_EQ(ixGetFieldByNumber(s.get(), 0, f), given[std::size_t(f)]);
+    }
+  }
+  const owned_array scalar(ixCreateDoubleScalar(1));
+  EXPECT_THROW(ixCreateStructScalarLike(scalar.get(), nullptr), std::invalid_argument);
 }
 
 TEST(Runtime, EqualityFollowsValuesNotRepresentation) {

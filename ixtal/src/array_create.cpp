@@ -125,7 +125,7 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
 ixArrayExtra& extra_of(ixArray* a) {
   if (!a->extra) {
     try {
-      a->extra = std::make_unique<ixArrayExtra>();
+      a->extra.reset(new ixArrayExtra);  // its members start empty: nothing to zero first
     } catch (const std::bad_alloc&) {
       out_of_memory();
     }
@@ -238,6 +238,22 @@ ixArray* ixCreateStructArrayLike(std::size_t ndim, const ixSize* dims, const ixA
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, field_count(as_struct(model)));
   matrix::owned_array guard(a);
   extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
+  return guard.release();
+}
+ixArray* ixCreateStructScalarLike(const ixArray* model, ixArray* const* values) {
+  const std::size_t nf = field_count(as_struct(model));
+  const std::size_t bytes = nf * sizeof(ixArray*);
+  if (bytes > kDataInRecord) {
+    const ixSize one[2] = {1, 1};
+    ixArray* a = ixCreateStructArrayLike(2, one, model);
+    std::copy_n(values, nf, slots(a));
+    return a;
+  }
+  // The slots share the record's block, as a scalar's data do.
+  ixArray* a = make_small(1, 1, ixSTRUCT_CLASS, bytes);
+  matrix::owned_array guard(a);
+  extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
+  std::copy_n(values, nf, slots(a));
   return guard.release();
 }
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names) {

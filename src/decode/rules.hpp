@@ -70,7 +70,7 @@ inline std::vector<std::size_t> field_order(const std::vector<std::string>& name
 
 // The scalars of a document: a boolean or a number is a 1-by-1 array of
 // its class. (A string is a char row: char_data.hpp and the reader's
-// char_row, both through ixCreateStringInPlace, which makes "" 0-by-0.)
+// char_row, both of which make "" 0-by-0.)
 inline matrix::owned_array scalar(bool b) { return matrix::owned_array(ixCreateLogicalScalar(b)); }
 inline matrix::owned_array scalar(double x) { return matrix::owned_array(ixCreateDoubleScalar(x)); }
 

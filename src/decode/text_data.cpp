@@ -78,12 +78,12 @@ matrix::owned_array TextReader::large_data(const Char*& p, IxtalType type, const
 matrix::owned_array TextReader::char_data(const Char*& p, const dims_vector& dims) {
   if (!g_.at(p, '[')) decline();
   std::size_t count = 0;
+  std::u16string_view u;
   ok(g_.elements(p, [&](const Char*& q) {
     if (count++ != 0 || !g_.at(q, '"')) decline();
-    string_units(q);
+    u = string_units(q);
     return fj::kParseOk;
   }));
-  const std::u16string_view u = units_.units();
   if (count != 1 || u.size() != element_count(dims)) decline();
   matrix::owned_array a = uninitialised_array<char16_t>(dims);
   if (!u.empty()) std::copy(u.begin(), u.end(), data_of<char16_t>(a));

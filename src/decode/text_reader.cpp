@@ -66,21 +66,22 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
 }
 
 std::u16string_view TextReader::string_units(const Char*& p) {
+  // Most strings hold no escape and no surrogate: their units are the
+  // char row's as they stand in the text.
+  const Char* const first = p + 1;
+  int units = 0;
+  const Char* const q = g_.plain_run(first, units);
+  if (q != g_.end() && *q == '"' &&
+      (units < 0x80 || std::none_of(first, q, [](Char c) { return (c & 0xF800) == 0xD800; }))) {
+    p = q + 1;
+    return {first, std::size_t(q - first)};
+  }
   units_.clear();
   ok(g_.string(p, units_));
   return units_.units();
 }
 
-matrix::owned_array TextReader::char_row(std::u16string_view u) {
-  return owned(ixCreateStringInPlace(
-      u.size(),
-      [](char16_t* out, void* read) {
-        const auto& text = *static_cast<std::u16string_view*>(read);
-        std::copy(text.begin(), text.end(), out);
-        return text.size();
-      },
-      &u));
-}
+matrix::owned_array TextReader::char_row(std::u16string_view u) { return owned(ixCreateStringFromUtf16(u)); }
 
 std::string TextReader::utf8_string(const Char*& p) {
   if (!g_.at(p, '"')) decline();
@@ -108,19 +109,43 @@ struct TextReader::DecidingKeys {
   std::unique_ptr<Pending> pending;  // else, the data as read before the class and size
 };
 
-matrix::owned_array TextReader::object(const Char*& p) {
+// What the members of an object other than its layout's say: the deciding
+// keys, and the names given once it has left the layout. A record on its
+// layout has none of them and pays nothing for them.
+struct TextReader::Members {
   DecidingKeys k;
-  const FieldMark mark(fields_);
+  Names seen;
+  std::string name;
+};
+
+matrix::owned_array TextReader::object(const Char*& p) {
+  const ArrayMark mark(fields_);
+  const NameMark names_mark(field_names_);
   const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
-  Names seen;             // once they are not
-  std::string name;
-  ok(g_.members(p, name, [&](std::string& key, const Char*& q) {
-    member(key, q, k, mark.at, layout, on_layout, seen);
+  Lazy<Members> rest;
+  // A record with the names of the one before, in its order: each name is
+  // expected as that record spelt it, and the member is the next field.
+  const auto expect = [&]() -> const std::string* {
+    const std::size_t i = fields_.size() - mark.at;
+    return on_layout && layout.plain && i < layout.names.size() && (!rest || (!rest->k.type_at && !rest->k.data_at))
+               ? &layout.names[i]
+               : nullptr;
+  };
+  ok(g_.members(p, expect, [&](const Name& n, const Char*& q) {
+    if (n.expected) {
+      push_field(value(q));
+      return fj::kParseOk;
+    }
+    if (!rest) rest.make();
+    g_.decode(n, rest->name);
+    member(rest->name, q, rest->k, mark.at, layout, on_layout, rest->seen);
     return fj::kParseOk;
   }));
+  if (!rest) return plain_struct(mark.at, names_mark.at, layout, on_layout);
+  DecidingKeys& k = rest->k;
   switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
     case ObjectRole::kLarge: return large(k);
     case ObjectRole::kSpecialFloat: {
@@ -131,10 +156,10 @@ matrix::owned_array TextReader::object(const Char*& p) {
     }
     case ObjectRole::kPlainStruct: break;
   }
-  return plain_struct(mark.at, layout, on_layout);
+  return plain_struct(mark.at, names_mark.at, layout, on_layout);
 }
 
-void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
+void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, const Layout& layout,
                         bool& on_layout, Names& seen) {
   // Every key of large notation starts so; most names do not.
   const bool large_key = key.size() >= 6 && key[0] == 't' && key[1] == 'n';
@@ -174,7 +199,10 @@ void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::
   // Until a key says otherwise, the object is a plain structure and its
   // members are its fields, read as they come.
   if (k.type_at || k.data_at || repeated(key, mark, layout, on_layout, seen)) ok(g_.skip_value(q));
-  else fields_.push_back({std::move(key), value(q)});
+  else {
+    if (!on_layout) field_names_.push_back(std::move(key));
+    push_field(value(q));
+  }
   if (first_size) {
     k.size_at = start;
     const Char* s = start;
@@ -195,7 +223,11 @@ bool TextReader::repeated(const std::string& key, std::size_t mark, const Layout
   if (on_layout && k < layout.names.size() && layout.names[k] == key) return false;  // the layout has no repeats
   if (on_layout) {
     on_layout = false;
-    for (std::size_t i = mark; i < fields_.size(); ++i) seen.add(fields_[i].name);
+    // The fields so far are the layout's first.
+    for (std::size_t i = 0; i < k; ++i) {
+      field_names_.push_back(layout.names[i]);
+      seen.add(layout.names[i]);
+    }
   }
   if (seen.contains(key)) return true;
   seen.add(key);
@@ -248,31 +280,40 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
 }
 
 TextReader::Layout& TextReader::layout_at(std::size_t depth) {
-  if (layouts_.size() < depth) layouts_.resize(depth);
-  return layouts_[depth - 1];
+  while (layouts_.size() < depth) layouts_.push_back(std::make_unique<Layout>());
+  return *layouts_[depth - 1];
 }
 
 // Records of one body mostly share their names, in one order: the layout
 // of the last record at this depth is kept, and a record that matches it
-// shares its field names (ixCreateStructArrayLike).
-matrix::owned_array TextReader::plain_struct(std::size_t mark, Layout& layout, bool on_layout) {
+// is made with its values in one call, sharing its field names.
+matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout,
+                                            bool on_layout) {
   const auto first = fields_.begin() + std::ptrdiff_t(mark);
   const std::size_t n = fields_.size() - mark;
   // on_layout: each name was found equal to the layout's, in its place.
   if (!layout.model || !on_layout || n != layout.names.size()) {
+    std::vector<std::string> names;
+    for (std::size_t f = 0; f < n; ++f) names.push_back(on_layout ? layout.names[f] : field_names_[names_mark + f]);
     layout.model.reset();
-    layout.names.clear();
-    for (auto f = first; f != fields_.end(); ++f) layout.names.push_back(f->name);
+    layout.names = std::move(names);
     layout.order = field_order(layout.names);
+    // Names the text may spell as they stand, none of them read by large
+    // notation: a record on such a layout is read by its names alone.
+    layout.plain = std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
+      return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
+               return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+             });
+    });
     std::vector<std::string> sorted;
     for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
     const ixSize none[2] = {0, 0};
     layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
   }
-  const ixSize one[2] = {1, 1};
-  matrix::owned_array s(ixCreateStructArrayLike(2, one, layout.model.get()));
-  for (std::size_t f = 0; f < n; ++f)
-    ixSetFieldByNumber(s.get(), 0, int(f), first[std::ptrdiff_t(layout.order[f])].value.release());
+  values_.clear();
+  for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
+  matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values_.data()));
+  fields_.resize(mark);  // the structure holds them from here
   return s;
 }
 

@@ -5,8 +5,8 @@
 // whatever was under construction, and the text goes to the general path.
 
 #include <cstdint>
-#include <deque>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -41,16 +41,15 @@ class TextReader {
   }
   static matrix::owned_array owned(ixArray* a) { return matrix::owned_array(a); }
 
-  struct Field {
-    std::string name;
-    matrix::owned_array value;
-  };
   struct Layout {
     std::vector<std::string> names;       // as the text lists them
     std::vector<std::size_t> order;       // field k's member
     matrix::owned_array model;            // a structure with the fields, in field order
+    bool plain = false;                   // see plain_struct
   };
+  using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
+  struct Members;
 
   // Data met before the class and size that say how to read them (as the
   // encoder writes them: keys in byte order), read once in a form that
@@ -89,7 +88,44 @@ class TextReader {
     const std::size_t at;
   };
   using Mark = StackMark<std::vector<matrix::owned_array>>;
-  using FieldMark = StackMark<std::vector<Field>>;
+  // The same for a stack of arrays it owns as plain pointers, so that a
+  // record that takes its fields leaves nothing to destroy or even to test.
+  struct ArrayMark {
+    explicit ArrayMark(std::vector<ixArray*>& s) noexcept : stack(s), at(s.size()) {}
+    ~ArrayMark() {
+      for (std::size_t i = at; i < stack.size(); ++i) ixDestroyArray(stack[i]);
+      stack.resize(at);
+    }
+    ArrayMark(const ArrayMark&) = delete;
+    ArrayMark& operator=(const ArrayMark&) = delete;
+    std::vector<ixArray*>& stack;
+    const std::size_t at;
+  };
+  using NameMark = StackMark<std::vector<std::string>>;
+  // A T made when first asked for: until then it costs nothing, not even
+  // the zeroing an empty std::optional of a large T gets.
+  template <class T>
+  class Lazy {
+   public:
+    Lazy() noexcept {}
+    ~Lazy() {
+      if (made_) value_.~T();
+    }
+    Lazy(const Lazy&) = delete;
+    Lazy& operator=(const Lazy&) = delete;
+    void make() {
+      new (&value_) T();
+      made_ = true;
+    }
+    explicit operator bool() const noexcept { return made_; }
+    T* operator->() noexcept { return &value_; }
+
+   private:
+    union {
+      T value_;
+    };
+    bool made_ = false;
+  };
   struct Depth {
     explicit Depth(std::size_t& d) noexcept : depth(++d) {}
     ~Depth() { --depth; }
@@ -100,29 +136,36 @@ class TextReader {
   // (the first of repeated names counts) to read(q); the rest are read for
   // their grammar alone.
   template <class Read>
-  void first_member(const Char*& p, const std::string& key, Read&& read) {
+  void first_member(const Char*& p, std::string_view key, Read&& read) {
     bool found = false;
-    std::string name;
-    ok(g_.members(p, name, [&](const std::string& k, const Char*& q) {
-      if (found || k != key) return g_.skip_value(q);
+    std::string scratch;
+    ok(g_.members(p, [&](const Name& k, const Char*& q) {
+      if (found || !g_.same(k, key, scratch)) return g_.skip_value(q);
       found = true;
       return read(q);
     }));
   }
 
+  void push_field(matrix::owned_array value) {
+    fields_.push_back(value.get());
+    value.release();  // once the stack holds it
+  }
+
   // text_reader.cpp
   matrix::owned_array value(const Char*& p, bool whole = false);
+  // The string at p's units: a view of the text, or of units_ until the
+  // next call.
   std::u16string_view string_units(const Char*& p);
   static matrix::owned_array char_row(std::u16string_view units);
   std::string utf8_string(const Char*& p);
   matrix::owned_array object(const Char*& p);
-  void member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, Layout& layout,
+  void member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, const Layout& layout,
               bool& on_layout, Names& seen);
   bool repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout, Names& seen);
   bool read_size(const Char*& p, dims_vector& dims);
   matrix::owned_array large(DecidingKeys& k);
   Layout& layout_at(std::size_t depth);
-  matrix::owned_array plain_struct(std::size_t mark, Layout& layout, bool on_layout);
+  matrix::owned_array plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout, bool on_layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp
@@ -131,6 +174,7 @@ class TextReader {
   void small_leaf(const Char*& p);
   bool special_float(const Char*& p, double& out);
   matrix::owned_array small_result();
+  matrix::owned_array flat_list();
   // The sizes of the levels down to the leaves.
   dims_vector known_levels() const {
     return dims_vector(levels_.begin(), levels_.begin() + std::ptrdiff_t(leaf_level_ + 1));
@@ -162,8 +206,13 @@ class TextReader {
   const Char* const begin_;
   dovra_json::detail::Utf16Sink units_;
   std::vector<matrix::owned_array> elements_;  // of cells and responses, shared by every depth
-  std::vector<Field> fields_;                  // of plain structures, shared by every depth
-  std::deque<Layout> layouts_;                 // of plain structures, one per depth (held by reference)
+  // The fields of plain structures, shared by every depth: their values,
+  // and the names of those of an object off its layout (an object on it has
+  // the layout's).
+  std::vector<ixArray*> fields_;  // owned: see ArrayMark
+  std::vector<std::string> field_names_;
+  std::vector<std::unique_ptr<Layout>> layouts_;  // of plain structures, one per depth (held by reference)
+  std::vector<ixArray*> values_;               // a record's field values in field order, as it is made
   std::size_t record_depth_ = 0;
 
   // Small notation: the size of each level as its first array says, the

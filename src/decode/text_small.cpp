@@ -144,6 +144,7 @@ bool TextReader::special_float(const Char*& p, double& out) {
 }
 
 matrix::owned_array TextReader::small_result() {
+  if (leaf_level_ == 0) return flat_list();
   const dims_vector levels = known_levels();
   const dims_vector dims = small_result_dims(levels);
   const bool logical = kind_ == SmallKind::kLogical;
@@ -154,6 +155,19 @@ matrix::owned_array TextReader::small_result() {
   const dims_vector strides = storage_strides(levels);
   if (logical) scatter(booleans_, data_of<bool>(a), levels.data(), strides.data(), levels.size());
   else scatter(numbers_, data_of<double>(a), levels.data(), strides.data(), levels.size());
+  return a;
+}
+
+// A list of leaves, the commonest small array (a record's row of numbers):
+// a column, its leaves in text order.
+matrix::owned_array TextReader::flat_list() {
+  const bool logical = kind_ == SmallKind::kLogical;
+  const std::size_t count = logical ? booleans_.size() : numbers_.size();
+  if (levels_[0] != count) decline();
+  const ixSize dims[2] = {count, 1};
+  matrix::owned_array a(ixCreateUninitNumericArray(2, dims, logical ? ixLOGICAL_CLASS : ixDOUBLE_CLASS, ixREAL));
+  if (logical) std::copy(booleans_.begin(), booleans_.end(), data_of<bool>(a));
+  else std::copy(numbers_.begin(), numbers_.end(), data_of<double>(a));
   return a;
 }
 

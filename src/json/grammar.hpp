@@ -18,7 +18,13 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "foundation/json/support.hpp"
 #include "ixtal/text.hpp"
@@ -127,12 +133,54 @@ class Grammar : public NumberGrammar<Char> {
     return foundation::json::kParseOk;
   }
 
-  // { "name": value, ... } at p: each name is read into name (as UTF-8),
-  // then member(name, p) reads the value (never at the end of the text)
-  // and returns its code. Every member
-  // is reported, repeated names too: which one counts is the handler's rule.
+  // A member's name as it stands in the text: the units between its quotes,
+  // and whether they are plain (ASCII, no escape), so that they are their
+  // own UTF-8 form. A handler that only compares names then decodes none.
+  struct Name {
+    const Char* first;  // just after the opening quote
+    const Char* last;   // on the closing quote
+    bool plain;
+    bool expected = false;  // spelt as the handler expected (see members)
+  };
+
+  // The name's UTF-8 form, as the string rule with a Utf8Sink gives it.
+  void decode(const Name& n, std::string& out) {
+    if (n.plain) {
+      out.resize(std::size_t(n.last - n.first));
+      std::transform(n.first, n.last, out.begin(), [](Char c) { return char(c); });
+      return;
+    }
+    out.clear();
+    const Char* q = n.first - 1;
+    Utf8Sink sink(out);
+    string(q, sink);  // read once already: cannot fail
+  }
+
+  // Whether the name is text (UTF-8), decoding only one that is not plain.
+  bool same(const Name& n, std::string_view text, std::string& scratch) {
+    if (n.plain)
+      return std::size_t(n.last - n.first) == text.size() &&
+             std::equal(n.first, n.last, text.begin(), [](Char c, char t) { return c == Char(t); });
+    decode(n, scratch);
+    return scratch == text;
+  }
+
+  // { "name": value, ... } at p: member(name, p) is handed each name as a
+  // Name, then reads the value (never at the end of the text) and returns
+  // its code. Every member is reported, repeated names too: which one
+  // counts is the handler's rule.
   template <class Member>
-  ParseResult members(const Char*& p, std::string& name, Member&& member) {
+  ParseResult members(const Char*& p, Member&& member) {
+    return members(p, [] { return static_cast<const std::string*>(nullptr); }, member);
+  }
+
+  // The same, with expect() giving before each name the one the handler
+  // expects there, or null: ASCII with no '"' or '\\', so that the string
+  // rule reads it as itself. Spelt so in the text, it is taken whole and
+  // marked expected, with no scan. Records of one layout mostly give their
+  // names as the record before did.
+  template <class Expect, class Member>
+  ParseResult members(const Char*& p, Expect&& expect, Member&& member) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '{') return foundation::json::kObjectExpected;
     if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
@@ -142,16 +190,17 @@ class Grammar : public NumberGrammar<Char> {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '}') {
       for (;;) {
-        name.clear();
-        Utf8Sink sink(name);
-        if (const ParseResult r = string(p, sink); r != foundation::json::kParseOk) return r;
+        Name name;
+        const std::string* const e = expect();
+        if (!(e && take_expected(p, *e, name)))
+          if (const ParseResult r = member_name(p, name); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p != ':') return foundation::json::kColonExpected;
         ++p;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (const ParseResult r = member(name, p); r != foundation::json::kParseOk) return r;
+        if (const ParseResult r = member(std::as_const(name), p); r != foundation::json::kParseOk) return r;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
         if (*p == '}') break;
@@ -162,6 +211,15 @@ class Grammar : public NumberGrammar<Char> {
     }
     ++p;
     return foundation::json::kParseOk;
+  }
+
+  // The same, each name decoded into name (as UTF-8) for member(name, p).
+  template <class Member>
+  ParseResult members(const Char*& p, std::string& name, Member&& member) {
+    return members(p, [&](const Name& n, const Char*& q) {
+      decode(n, name);
+      return member(name, q);
+    });
   }
 
   // Reads the value at p for its grammar alone, building nothing.
@@ -177,8 +235,7 @@ class Grammar : public NumberGrammar<Char> {
         return number(p, ignored);
       }
       case Token::kObject: {
-        std::string name;
-        return members(p, name, [this](const std::string&, const Char*& q) { return skip_value(q); });
+        return members(p, [this](const Name&, const Char*& q) { return skip_value(q); });
       }
       case Token::kArray: return elements(p, [this](const Char*& q) { return skip_value(q); });
       case Token::kNone: return foundation::json::kStringExpected;
@@ -186,10 +243,35 @@ class Grammar : public NumberGrammar<Char> {
     }
   }
 
+  // The first '"' or '\\' at or after p, or end. units stays below 0x80
+  // when every unit before it is ASCII, and is 0x80 or more otherwise.
+  // Names and most strings are short: over UTF-16 most take one block.
+  const Char* plain_run(const Char* p, int& units) const noexcept {
+#if defined(__SSE2__)
+    if constexpr (sizeof(Char) == 2) {
+      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
+      const __m128i beyond = _mm_set1_epi16(short(0xFF80));
+      for (; end_ - p >= 8; p += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const unsigned stop =
+            unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
+        const unsigned ascii = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, beyond), _mm_setzero_si128())));
+        const unsigned before = stop ? (stop & -stop) - 1 : 0xFFFFu;  // the bytes of the units before the stop
+        if (~ascii & before) units |= 0x80;
+        if (stop) return p + __builtin_ctz(stop) / 2;
+      }
+    }
+#endif
+    for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
+    return p;
+  }
+
   // With comments on, "/* ... */" and "// ... newline" count as white space;
   // an unclosed one runs to the end of the text, and a '/' that starts
   // neither is left for the caller to reject.
   void skip_white_space(const Char*& p) const noexcept {
+    // Compact text has none: a unit above ' ' is never white space.
+    if (p != end_ && Numbers::code(*p) > ' ' && *p != '/') return;
     while (p != end_ && is_space(*p)) ++p;
     if (comments_) skip_comments(p);
   }
@@ -214,6 +296,38 @@ class Grammar : public NumberGrammar<Char> {
     void put(char) noexcept {}
     void put_escape(char16_t, char16_t, bool) noexcept {}
   };
+
+  // The name at p, read as the string rule reads it (the same codes, the
+  // cursor left where it would be), building nothing.
+  ParseResult member_name(const Char*& p, Name& n) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '"') return foundation::json::kStringExpected;
+    n.first = ++p;
+    int units = 0;  // 0x80 or more once a unit is beyond ASCII
+    bool escaped = false;
+    for (;;) {
+      p = plain_run(p, units);
+      if (p == end_) return foundation::json::kUnexpectedEnd;
+      if (*p == '"') break;
+      Discard sink;
+      if (const ParseResult r = escape(p, sink); r != foundation::json::kParseOk) return r;
+      escaped = true;
+    }
+    n.last = p++;
+    n.plain = !escaped && units < 0x80;
+    return foundation::json::kParseOk;
+  }
+
+  // The name at p when it is "e", with e spelt as it stands.
+  bool take_expected(const Char*& p, const std::string& e, Name& n) const noexcept {
+    const std::size_t length = e.size();
+    if (std::size_t(end_ - p) < length + 2 || p[0] != '"' || p[length + 1] != '"' ||
+        !std::equal(e.begin(), e.end(), p + 1, [](char c, Char u) { return Char(c) == u; }))
+      return false;
+    n = {p + 1, p + 1 + length, true, true};
+    p += length + 2;
+    return true;
+  }
 
   // Counts one level of array or object nesting for as long as it lives.
   class Level {

@@ -185,6 +185,11 @@ IXTAL_API ixArray* ixCreateStructMatrix(ixSize m, ixSize n, int nfields, const c
 // copied or checked again: a document of many records of one layout then
 // costs each record its slots.
 IXTAL_API ixArray* ixCreateStructArrayLike(std::size_t ndim, const ixSize* dims, const ixArray* model);
+// A 1-by-1 structure with model's fields holding values[f] as field f (one
+// per field of model), made in one call: a record costs no call per field.
+// The structure takes the values when it is made; should that fail, they
+// stay the caller's.
+IXTAL_API ixArray* ixCreateStructScalarLike(const ixArray* model, ixArray* const* values);
 // Host string array (class "string"); every element starts as "".
 IXTAL_API ixArray* ixCreateStringArray(std::size_t ndim, const ixSize* dims);
 // A sparse double or logical m-by-n matrix with no stored entries.
