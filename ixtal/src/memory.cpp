@@ -43,7 +43,7 @@ class MappedBlocks {
  public:
   void* map(std::size_t bytes) noexcept {
     const std::size_t size = round_up(bytes, bytes >= kLargeBlock ? kHugePage : kPage);
-    if (size < bytes) return nullptr;
+    if (size < bytes || size > ~std::size_t(0) - kHugePage) return nullptr;
     void* p = nullptr;
     if (size >= kLargeBlock) {
       // 2 MiB-aligned, so that huge pages can back all of it.
@@ -119,15 +119,14 @@ void release(void* block, std::size_t size) noexcept {
 }
 
 // Blocks a thread released lately, kept for its next request of about
-// their size. Given back to the heap, a block of a few megabytes went back
-// to the kernel too (the heap unmaps such a block, or trims its top once
-// the block frees enough there), so every call mapped fresh pages and had
-// the kernel fault them in and zero them, often more work than the call's
-// own; and mapping and unmapping take a lock of the whole process, which
-// two threads converting at once then wait for. Each thread keeps its own,
-// so that two threads never take each other's blocks nor a lock. Bounded,
-// so that one large call pins little memory: at most four blocks, 128 MiB
-// in all, per thread, released when the thread ends.
+// their size. Given back, a block of a few hundred kilobytes and up went
+// back to the kernel, so every call mapped fresh pages and had the kernel
+// fault them in and zero them, often more work than the call's own; and
+// mapping and unmapping take a lock of the whole process, which two
+// threads converting at once then wait for. Each thread keeps its own, so
+// that two threads never take each other's blocks nor a lock. Bounded, so
+// that one large call pins little memory: at most eight blocks, 128 MiB in
+// all, a thread.
 class BlockCache {
  public:
   BlockCache() = default;
