@@ -98,8 +98,10 @@ constexpr std::size_t kSlab = std::size_t(64) << 10;
 // finds them all in its own list, in the order it last used them (blocks
 // handed through the depot in batches of 512, mixed from several threads,
 // made a records decode 40% slower; a list capped below what one call
-// makes sent the excess through the depot on every call, a walk of
-// thousands of blocks each time). At least kKeepLeast, more than a decode
+// makes sent the excess through the depot on every call, walking half the
+// list to cut it, and took it back mixed on the next). The bound is what
+// the thread took and did not hand on, worked out when blocks change hands
+// so that taking and giving a block cost no more. At least kKeepLeast, more than a decode
 // of 20,000 records makes; at most kKeepMost, so that a thread that once
 // made a very large result does not hold all of it from other threads.
 // The depot sees a thread's blocks only as one long list, when the thread
@@ -172,8 +174,16 @@ Depot& depot() noexcept { return g_depot; }
 struct FreeList {
   FreeBlock* head = nullptr;
   std::uint32_t count = 0;
-  std::int64_t in_use = 0;  // taken less given by this thread
-  std::size_t keep = kKeepLeast;  // bytes of free blocks this thread keeps
+  std::int64_t owned = 0;         // blocks taken from the depot less blocks put there
+  std::size_t keep = kKeepLeast;  // bytes of free blocks the thread keeps
+
+  // Blocks change hands here only, so the bound is worked out here too: what
+  // the thread has taken and not handed on is what it had in use at once.
+  void owns(unsigned cls, std::int64_t more) noexcept {
+    owned += more;
+    const std::size_t bytes = owned > 0 ? std::size_t(owned) * cls * kLine : 0;
+    keep = std::clamp(bytes, kKeepLeast, kKeepMost);
+  }
 };
 
 // What a thread keeps: its count and its free blocks.
@@ -189,12 +199,13 @@ struct ThreadState {
 
   void* take(unsigned cls) noexcept {
     FreeList& list = free[cls];
-    if (!list.head && !(list.head = depot().take(cls, list.count))) return nullptr;
+    if (!list.head) {
+      if (!(list.head = depot().take(cls, list.count))) return nullptr;
+      list.owns(cls, list.count);
+    }
     FreeBlock* b = list.head;
     list.head = b->next;
     --list.count;
-    if (const std::int64_t n = ++list.in_use; n > 0 && std::size_t(n) * cls * kLine > list.keep)
-      list.keep = std::min(std::size_t(n) * cls * kLine, kKeepMost);
     return b;
   }
 
@@ -203,12 +214,12 @@ struct ThreadState {
     FreeBlock* b = static_cast<FreeBlock*>(block);
     b->next = list.head;
     list.head = b;
-    --list.in_use;
     if (std::size_t(++list.count) * cls * kLine <= list.keep) return;
     const std::uint32_t kept = list.count / 2;
     FreeBlock* last_kept = list.head;
     for (std::uint32_t i = 1; i < kept; ++i) last_kept = last_kept->next;
     depot().put(cls, last_kept->next, list.count - kept);
+    list.owns(cls, -std::int64_t(list.count - kept));
     last_kept->next = nullptr;
     list.count = kept;
   }
