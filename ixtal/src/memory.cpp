@@ -55,7 +55,10 @@ class MappedBlocks {
       if (const std::uintptr_t end = first + size + kHugePage; end > aligned + size)
         ::munmap(reinterpret_cast<void*>(aligned + size), end - aligned - size);
       p = reinterpret_cast<void*>(aligned);
-      ::madvise(p, size, MADV_HUGEPAGE);  // a refusal leaves ordinary pages
+      // Up to the end of what was asked for: a huge page past it would make
+      // resident the room the request left unused. A refusal leaves
+      // ordinary pages.
+      ::madvise(p, bytes, MADV_HUGEPAGE);
     } else {
       p = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
       if (p == MAP_FAILED) return nullptr;
