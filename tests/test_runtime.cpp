@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <random>
+#include <thread>
 
 #include "ixtal/memory.hpp"
 #include "ixtal/errors.hpp"
@@ -94,16 +97,32 @@ TEST(Runtime, FailureHookFailsTheNthCreationAndResets) {
 
 // A large block released is handed out again for a request of about its
 // size, so a host converting one document after another reuses pages the
-// kernel has already mapped and zeroed.
+// kernel has already mapped and zeroed: on the thread that released it, or
+// on a later one once that thread has ended. A zeroed request never sees
+// what the block held before.
 TEST(Runtime, LargeBlocksAreReused) {
-  constexpr std::size_t kMiB = std::size_t(1) << 20;
-  for (const auto& [first, then] : {std::pair{8 * kMiB, 5 * kMiB}, std::pair{40 * kMiB, 40 * kMiB}}) {
-    void* a = ixtal::allocate_large(first);
+  constexpr std::size_t kKiB = std::size_t(1) << 10, kMiB = kKiB << 10;
+  struct Row {
+    std::size_t first, then;
+    bool zeroed, other_thread;
+  };
+  for (const Row& row : {Row{8 * kMiB, 5 * kMiB, false, false}, Row{40 * kMiB, 40 * kMiB, false, false},
+                         Row{300 * kKiB, 300 * kKiB, false, false}, Row{3 * kMiB, 2 * kMiB, true, false},
+                         Row{800 * kKiB, 800 * kKiB, true, true}, Row{6 * kMiB, 6 * kMiB, false, true}}) {
+    void* a = ixtal::allocate_large(row.first);
     ASSERT_NE(a, nullptr);
-    static_cast<char*>(a)[first - 1] = 1;
-    ixtal::release_large(a);
-    void* b = ixtal::allocate_large(then);
-    EXPECT_EQ(b, a) << first << " then " << then;
+    std::memset(a, 0x5a, row.first);
+    if (row.other_thread) std::thread([a] { ixtal::release_large(a); }).join();
+    else ixtal::release_large(a);
+    void* b = nullptr;
+    auto take = [&] { b = row.zeroed ? ixtal::allocate_zeroed(row.then / 8, 8) : ixtal::allocate_large(row.then); };
+    if (row.other_thread) std::thread(take).join();
+    else take();
+    EXPECT_EQ(b, a) << row.first << " then " << row.then;
+    if (row.zeroed) {
+      const auto* bytes = static_cast<const unsigned char*>(b);
+      EXPECT_EQ(std::count(bytes, bytes + row.then, 0), std::ptrdiff_t(row.then)) << row.first;
+    }
     ixtal::release_large(b);
   }
 }

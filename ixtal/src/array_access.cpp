@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "array_record.hpp"
+#include "ixtal/memory.hpp"
 
 using namespace ixtal::detail;
 
@@ -123,12 +124,12 @@ int ixAddField(ixArray* s, std::string_view name) {
     names->emplace_back(name);
     extra_of(s).fields = std::move(names);
   } catch (...) {
-    std::free(grown);
+    ixtal::release_large(grown);
     throw;
   }
   void* old = std::exchange(s->data, grown);
   if (s->data_in_record) s->data_in_record = false;
-  else std::free(old);
+  else ixtal::release_large(old);
   return int(nf);
 }
 

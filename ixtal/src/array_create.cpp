@@ -194,7 +194,7 @@ ixArray* ixCreateStringInPlace(std::size_t room, std::size_t (*fill)(char16_t* o
     a->dims[1] = units;
     // A large block keeps its room: pages never written are not resident,
     // and a block of the same room is what the next such row asks for.
-    if (!a->data_in_record && units && room * sizeof(char16_t) < ixtal::kLargeBlock)
+    if (!a->data_in_record && units && room * sizeof(char16_t) < ixtal::kKeptBlock)
       if (void* smaller = std::realloc(a->data, units * sizeof(char16_t))) a->data = smaller;
   }
   return guard.release();

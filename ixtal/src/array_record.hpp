@@ -25,6 +25,20 @@ inline constexpr ixSize kMaxArrayBytes = ixSize(1) << 48;
 // one block each instead of two.
 inline constexpr std::size_t kDataInRecord = 256;
 
+// Built with a sanitizer: the runtime then takes every block from the heap
+// itself, so that the sanitizer sees each one alone.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 [[noreturn]] inline void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
 
 inline std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }

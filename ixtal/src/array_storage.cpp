@@ -11,6 +11,7 @@
 // keeps, and each thread counts its own arrays; the test hook sums the
 // counts.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -33,7 +34,9 @@ namespace {
 // and store; the hook reads all of them. Slots are never freed: a thread
 // that ends leaves its count for the next thread that takes the slot, so
 // the sum stays exact.
-struct CountSlot {
+// A slot fills its cache line: slots of two threads beside each other would
+// move one line between their cores on every array.
+struct alignas(64) CountSlot {
   std::atomic<std::int64_t> live{0};
   std::atomic<bool> taken{false};
   CountSlot* next = nullptr;
@@ -51,7 +54,7 @@ CountSlot* take_slot() noexcept {
       return s;
   }
   // From malloc: a slot outlives every test that watches the heap.
-  void* room = std::calloc(1, sizeof(CountSlot));
+  void* room = std::aligned_alloc(alignof(CountSlot), sizeof(CountSlot));
   if (!room) return nullptr;
   CountSlot* s = new (room) CountSlot;
   s->taken.store(true, std::memory_order_relaxed);
@@ -61,7 +64,8 @@ CountSlot* take_slot() noexcept {
   return s;
 }
 
-std::atomic<std::int64_t> g_fail_after{-1};
+// Read on every creation, written only by tests: alone on its line.
+alignas(64) std::atomic<std::int64_t> g_fail_after{-1};
 
 void count_creation() {
   std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
@@ -75,17 +79,7 @@ void count_creation() {
 
 // A sanitizer sees each block from the heap alone: a leaked array is then
 // reported where it was made, not hidden among a pool's free blocks.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kPooled = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-constexpr bool kPooled = false;
-#else
-constexpr bool kPooled = true;
-#endif
-#else
-constexpr bool kPooled = true;
-#endif
+constexpr bool kPooled = !kSanitized;
 
 // Blocks of 64 to 320 bytes, in steps of a cache line: a record and up to
 // kDataInRecord bytes of data. A record of one thread then never shares a
@@ -99,15 +93,22 @@ static_assert(sizeof(ixArray) == 48, "a scalar's record and data fill one line")
 // heap: the pool holds what the most records alive at once took, and what
 // threads keep (below) beside it.
 constexpr std::size_t kSlab = std::size_t(64) << 10;
-// A thread keeps up to this many bytes of free blocks of each class for
-// itself, more than a decode of 20,000 records makes: a thread that reuses
-// its own blocks finds them in its own cache, in the order it last used
-// them (blocks handed through the depot in batches of 512, mixed from
-// several threads, made a records decode 40% slower). So the depot
-// sees a thread's blocks only as one long list, when the thread ends or
-// when it holds more than this (a thread that only destroys what others
-// make), and then it gives up the older half.
-constexpr std::size_t kKeepBytes = std::size_t(8) << 20;
+// A thread keeps the free blocks of each class for itself, as many as it
+// once had in use at the same time, so that its next call of the same size
+// finds them all in its own list, in the order it last used them (blocks
+// handed through the depot in batches of 512, mixed from several threads,
+// made a records decode 40% slower; a list capped below what one call
+// makes sent the excess through the depot on every call, walking half the
+// list to cut it, and took it back mixed on the next). The bound is what
+// the thread took and did not hand on, worked out when blocks change hands
+// so that taking and giving a block cost no more. At least kKeepLeast, more than a decode
+// of 20,000 records makes; at most kKeepMost, so that a thread that once
+// made a very large result does not hold all of it from other threads.
+// The depot sees a thread's blocks only as one long list, when the thread
+// ends or when it holds more than its bound (a thread that only destroys
+// what others make), and then it gives up the older half.
+constexpr std::size_t kKeepLeast = std::size_t(8) << 20;
+constexpr std::size_t kKeepMost = std::size_t(64) << 20;
 
 struct FreeBlock {
   FreeBlock* next;
@@ -117,7 +118,7 @@ struct FreeBlock {
 
 // Free blocks no thread holds, as chains of a class, taken and given a
 // chain at a time.
-class Depot {
+class alignas(64) Depot {
  public:
   void put(unsigned cls, FreeBlock* head, std::uint32_t count) noexcept {
     head->count = count;
@@ -164,14 +165,25 @@ class Depot {
 };
 
 // Made before any code runs and never destroyed, so records may die while
-// other statics do, and reaching it can never fail.
-constinit Depot g_depot;
+// other statics do, and reaching it can never fail. On lines of its own, as
+// its lock is written by any thread whose list runs dry.
+alignas(64) constinit Depot g_depot;
 static_assert(std::is_trivially_destructible_v<Depot>);
 Depot& depot() noexcept { return g_depot; }
 
 struct FreeList {
   FreeBlock* head = nullptr;
   std::uint32_t count = 0;
+  std::int64_t owned = 0;         // blocks taken from the depot less blocks put there
+  std::size_t keep = kKeepLeast;  // bytes of free blocks the thread keeps
+
+  // Blocks change hands here only, so the bound is worked out here too: what
+  // the thread has taken and not handed on is what it had in use at once.
+  void owns(unsigned cls, std::int64_t more) noexcept {
+    owned += more;
+    const std::size_t bytes = owned > 0 ? std::size_t(owned) * cls * kLine : 0;
+    keep = std::clamp(bytes, kKeepLeast, kKeepMost);
+  }
 };
 
 // What a thread keeps: its count and its free blocks.
@@ -187,7 +199,10 @@ struct ThreadState {
 
   void* take(unsigned cls) noexcept {
     FreeList& list = free[cls];
-    if (!list.head && !(list.head = depot().take(cls, list.count))) return nullptr;
+    if (!list.head) {
+      if (!(list.head = depot().take(cls, list.count))) return nullptr;
+      list.owns(cls, list.count);
+    }
     FreeBlock* b = list.head;
     list.head = b->next;
     --list.count;
@@ -199,11 +214,12 @@ struct ThreadState {
     FreeBlock* b = static_cast<FreeBlock*>(block);
     b->next = list.head;
     list.head = b;
-    if (std::size_t(++list.count) * cls * kLine <= kKeepBytes) return;
+    if (std::size_t(++list.count) * cls * kLine <= list.keep) return;
     const std::uint32_t kept = list.count / 2;
     FreeBlock* last_kept = list.head;
     for (std::uint32_t i = 1; i < kept; ++i) last_kept = last_kept->next;
     depot().put(cls, last_kept->next, list.count - kept);
+    list.owns(cls, -std::int64_t(list.count - kept));
     last_kept->next = nullptr;
     list.count = kept;
   }

@@ -12,18 +12,21 @@
 
 namespace ixtal {
 
-// Blocks from this size up are 2 MiB-aligned on huge pages, and kept for
-// reuse when released through release_large.
+// Blocks from this size up are mapped by the runtime and kept for reuse by
+// the thread that releases them (up to eight, 128 MiB in all, a thread;
+// what a thread kept when it ended goes to the next thread that needs it,
+// up to as much again).
+inline constexpr std::size_t kKeptBlock = std::size_t(256) << 10;
+// Blocks from this size up are 2 MiB-aligned on huge pages.
 inline constexpr std::size_t kLargeBlock = std::size_t(4) << 20;
 
 // At least bytes of uninitialised memory; null when none can be had.
-// Blocks below a few megabytes come from the ordinary heap.
 IXTAL_API void* allocate_large(std::size_t bytes) noexcept;
-// count * size bytes of zeroed memory, from the ordinary heap; null when
-// none can be had (or the product overflows).
+// count * size bytes of zeroed memory; null when none can be had (or the
+// product overflows).
 IXTAL_API void* allocate_zeroed(std::size_t count, std::size_t size) noexcept;
-// Releases a block of either (std::free works as well, but gives a large
-// block back to the system instead of keeping it for the next request).
+// Releases a block of either, from any thread: the one way to release them,
+// as a large block is not the heap's.
 IXTAL_API void release_large(void* block) noexcept;
 
 struct large_deleter {
