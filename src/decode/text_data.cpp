@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "decode/element_rules.hpp"
 #include "decode/rules.hpp"
@@ -11,6 +14,37 @@
 #include "ixtal/string_array.hpp"
 
 namespace ixtal_json::detail {
+
+namespace {
+
+// The ']' that closes a list starting at p, when no '[', '{', '}' or '"'
+// comes before it; else null. What lies between is left to the grammar.
+template <class Char>
+const Char* flat_list_end(const Char* p, const Char* end) noexcept {
+  const auto stops = [](Char c) { return c == ']' || c == '[' || c == '{' || c == '}' || c == '"'; };
+#if defined(__SSE2__)
+  if constexpr (sizeof(Char) == 2) {
+    const __m128i close = _mm_set1_epi16(']'), open = _mm_set1_epi16('['), brace = _mm_set1_epi16('{'),
+                  closing_brace = _mm_set1_epi16('}'), quote = _mm_set1_epi16('"');
+    for (; end - p >= 8; p += 8) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i hit = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi16(v, close), _mm_cmpeq_epi16(v, open)),
+          _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, brace), _mm_cmpeq_epi16(v, closing_brace)),
+                       _mm_cmpeq_epi16(v, quote)));
+      if (const unsigned bits = unsigned(_mm_movemask_epi8(hit))) {
+        p += __builtin_ctz(bits) / 2;
+        return *p == ']' ? p : nullptr;
+      }
+    }
+  }
+#endif
+  for (; p != end; ++p)
+    if (stops(*p)) return *p == ']' ? p : nullptr;
+  return nullptr;
+}
+
+}  // namespace
 
 ixSize TextReader::countable(const Char* p, const dims_vector& dims, ixSize per_element) const {
   const ixSize n = element_count(dims);
@@ -160,6 +194,14 @@ void TextReader::read_pending(const Char*& p, Pending& d) {
     return read_fields(p, d.names, d.counts);
   }
   if (!g_.at(p, '[')) return ok(g_.skip_value(p));  // no class takes it: read again to decline
+  // A list with no list, object or string in it is only looked through,
+  // and read once its class and size are known, straight into its array:
+  // gathered here, the numbers of the largest bodies took twice their
+  // array's memory, in blocks the kernel mapped afresh each time.
+  if (const Char* const close = flat_list_end(p + 1, g_.end())) {
+    p = close + 1;
+    return;
+  }
   d.form = Form::kNumbers;
   ok(g_.elements(p, [&](const Char*& q) {
     const Token t = g_.token(*q);

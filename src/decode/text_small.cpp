@@ -206,29 +206,42 @@ matrix::owned_array TextReader::matrix_rows(const Char*& p) {
 }
 
 // The hot loop of the largest bodies, kept apart from the element loop:
-// the shape is known, so each number is read straight into its place.
+// the shape is known, so each number is read straight into its place. The
+// cursor stays in a register through the inlined number reader: white
+// space is looked for only where the next unit is not what compact text
+// has there, and skipped on a copy.
 void TextReader::fill_row(const Char*& p, std::size_t level, std::size_t offset, double* out,
                           const dims_vector& strides) {
-  ++p;
+  const auto space = [this](const Char* r) {
+    g_.skip_white_space(r);
+    return r;
+  };
+  const Char* const end = g_.end();
+  const Char* q = p + 1;
   const std::size_t n = levels_[level], stride = strides[level];
+  const bool leaves = level == leaf_level_;
   for (std::size_t j = 0; j < n; ++j, offset += stride) {
-    g_.skip_white_space(p);
     if (j != 0) {
-      if (!g_.at(p, ',')) throw Restart{};
-      ++p;
-      g_.skip_white_space(p);
+      if (!g_.at(q, ',')) {
+        q = space(q);
+        if (!g_.at(q, ',')) throw Restart{};
+      }
+      ++q;
     }
-    if (level == leaf_level_) {
-      if (g_.number(p, out[offset]) != fj::kParseOk) throw Restart{};
-    } else if (!g_.at(p, '[')) {
-      throw Restart{};
+    if (leaves) {
+      if (q == end || g_.token(*q) != Token::kNumber) q = space(q);
+      if (g_.number(q, out[offset]) != fj::kParseOk) throw Restart{};
     } else {
-      fill_row(p, level + 1, offset, out, strides);
+      if (!g_.at(q, '[')) q = space(q);
+      if (!g_.at(q, '[')) throw Restart{};
+      const Char* r = q;
+      fill_row(r, level + 1, offset, out, strides);
+      q = r;
     }
   }
-  g_.skip_white_space(p);
-  if (!g_.at(p, ']')) throw Restart{};
-  ++p;
+  if (!g_.at(q, ']')) q = space(q);
+  if (!g_.at(q, ']')) throw Restart{};
+  p = q + 1;
 }
 
 }  // namespace ixtal_json::detail
