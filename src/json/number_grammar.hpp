@@ -48,6 +48,10 @@ class NumberGrammar {
     return r.result;
   }
 
+  // Whether c is the first unit of a number (what token() says, tested
+  // without a branch on the sign, for loops over numbers).
+  static bool starts_number(Char c) noexcept { return (code(c) == '-') | (unsigned(code(c) - '0') <= 9); }
+
  protected:
   // The unit as a code point for the ASCII tests (a char may be signed).
   static int code(Char c) noexcept {
@@ -169,7 +173,7 @@ class NumberGrammar {
   }
 
   // The value of the first n (1 to 16) digits of bytes.
-  static std::uint64_t run_value(__m128i bytes, unsigned n) noexcept {
+  [[gnu::always_inline]] static std::uint64_t run_value(__m128i bytes, unsigned n) noexcept {
     const std::uint64_t low = std::uint64_t(_mm_cvtsi128_si64(bytes));
     if (n <= 8) return digit_run_value(low, n);
     const std::uint64_t high = std::uint64_t(_mm_cvtsi128_si64(_mm_unpackhi_epi64(bytes, bytes)));
