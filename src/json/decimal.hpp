@@ -28,10 +28,10 @@ inline std::uint64_t digit_run_value(std::uint64_t w, unsigned run) noexcept {
   return eight_digit_value((w << shift) | (0x3030303030303030ull & ((std::uint64_t(1) << shift) - 1)));
 }
 
-inline constexpr std::uint64_t kPowersOfTen[] = {
-    1,           10,           100,           1000,           10000,           100000,           1000000,
-    10000000,    100000000,    1000000000,    10000000000,    100000000000,    1000000000000,    10000000000000,
-    100000000000000, 1000000000000000, 10000000000000000};
+inline constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000,
+                                                 1000000000, 10000000000, 100000000000, 1000000000000,
+                                                 10000000000000, 100000000000000, 1000000000000000,
+                                                 10000000000000000};
 
 // The correctly rounded double of (-1)^negative * m * 10^power, when one
 // rounding step gets it; false otherwise. count is the number of digits

@@ -5,7 +5,6 @@
 // UTF-16 text as it stands.
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <type_traits>
 #if defined(__SSE2__)
