@@ -149,11 +149,20 @@ class NumberGrammar {
     const Char* q = p;
     const bool negative = *q == '-';
     q += negative;
-    const __m128i head = sixteen_units(q);
-    const unsigned n = digit_count(head);
-    if (n - 1 >= 15 || (n > 1 && *q == '0')) return nullptr;
-    // Most doubles have one integer digit.
-    std::uint64_t m = n == 1 ? std::uint64_t(code(*q) - '0') : run_value(head, n);
+    // Most doubles have one integer digit: a branch on that, which the
+    // processor predicts, lets the cursor move on before any count of
+    // digits is known (a count puts its whole reading between one number
+    // and the next).
+    std::uint64_t m;
+    unsigned n = 1;
+    if (is_digit(q[0]) && !is_digit(q[1])) {
+      m = std::uint64_t(code(q[0]) - '0');
+    } else {
+      const __m128i head = sixteen_units(q);
+      n = digit_count(head);
+      if (n - 1 >= 15 || *q == '0') return nullptr;
+      m = run_value(head, n);
+    }
     long long count = n, power = 0;
     q += n;
     if (*q == '.') {
