@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <random>
 #include <string>
 
@@ -16,6 +17,7 @@
 #include "decode/response.hpp"
 #include "decode/text_reader.hpp"
 #include "decode_rows.hpp"
+#include "foundation/json/support.hpp"
 #include "ixtal/json_host.hpp"
 #include "ixtal/testing.hpp"
 #include "json/parse_step.hpp"
@@ -269,6 +271,57 @@ TEST(DecodePaths, TheReaderGivesWhatTheGeneralPathGives) {
     EXPECT_EQ(left_valid, 0) << path.what;
     EXPECT_GT(valid, 3000) << path.what;
     EXPECT_GT(taken, valid) << path.what << ": spoilt documents that are still valid are taken too";
+  }
+}
+
+// Numbers where the quick reading of matrices and of large data changes its
+// way, read by both paths as the elements of a matrix long enough that most
+// are read far from the end of the text, and as int32 and double data
+// before and after their class: the same array from both, and the doubles
+// those of the general conversion.
+TEST(DecodePaths, NumbersAtTheEdgesOfTheQuickReading) {
+  LeakCheck leaks;
+  const std::string rows[] = {
+      "0", "-0", "-0.0", "7", "-7", "0123", "1.5E3", "1e+2", "123456789012345", "-1234567890123456",
+      "1234567890123456789", "12345678901234567890", "1234567890.123456789", "1234567890.1234567891",
+      "9007199254740991", "9007199254740992", "9007199254740993", "-9007199254740993", "9007199254740993.0",
+      "0.6494516858128923", "-0.0029805269329934497", "0.30000000000000004", "0.1234567890123456789012345678901",
+      "0.12345678901234567890123456789012", "0.0000000000000000000001", "0.00000000000000000000001", "1e22",
+      "1e23", "1e-22", "1e-23", "4.9406564584124654e-324", "2.2250738585072009e-308", "1.7976931348623157e308",
+      "2147483647", "-2147483648", "2147483648", "-2147483649", "2147483647.0", "-2147483648.5", "1e9",
+  };
+  const auto repeated = [](const std::string& x, int n) {
+    std::string list = "[";
+    for (int k = 0; k < n; ++k) list += (k ? "," : "") + x;
+    return list + "]";
+  };
+  for (const std::string& x : rows) {
+    SCOPED_TRACE(x);
+    const double expected = foundation::json::detail::string_to_double(x.data(), x.data() + x.size());
+    std::string matrix = "[";
+    for (int r = 0; r < 6; ++r) matrix += (r ? "," : "") + repeated(x, 7);
+    matrix += "]";
+    const std::string data = repeated(x, 9);
+    const std::string documents[] = {
+        matrix,
+        R"({"tndata":)" + data + R"(,"tnsize":[1,9],"tntype":"int32"})",
+        R"({"tntype":"int32","tnsize":[1,9],"tndata":)" + data + "}",
+        R"({"tndata":)" + data + R"(,"tnsize":[9,1],"tntype":"double"})",
+        R"({"tntype":"double","tnsize":[9,1],"tndata":)" + data + "}",
+    };
+    for (const std::string& text : documents) {
+      SCOPED_TRACE(text);
+      const std::u16string units = host_units(text);
+      const owned_array general = general_document(units);
+      const std::optional<owned_array> direct = ixtal_json::read_document(units);
+      ASSERT_EQ(direct.has_value(), bool(general)) << "both read it, or neither";
+      if (!general) continue;
+      expect_same_reading(direct->get(), general.get());
+      if (ixGetClassID(general.get()) != ixDOUBLE_CLASS) continue;
+      const double* d = static_cast<const double*>(ixGetData(direct->get()));
+      for (ixSize k = 0; k < ixGetNumberOfElements(direct->get()); ++k)
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(d[k]), std::bit_cast<std::uint64_t>(expected)) << "element " << k;
+    }
   }
 }
 

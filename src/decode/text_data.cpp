@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "decode/element_rules.hpp"
 #include "decode/rules.hpp"
@@ -11,6 +14,40 @@
 #include "ixtal/string_array.hpp"
 
 namespace ixtal_json::detail {
+
+namespace {
+
+// The ']' that closes a list starting at p, when no '[', '{', '}' or '"'
+// comes before it; else null. What lies between is left to the grammar. A
+// few units no list of numbers holds outside a string ('Y', 'Z', '\\', '^',
+// '_', 'y', 'z', '|', '~', DEL: one bit apart from the brackets) stop it
+// too, so that a step tests three patterns rather than five.
+template <class Char>
+const Char* flat_list_end(const Char* p, const Char* end) noexcept {
+  const auto stops = [](unsigned c) { return (c | 6) == 0x5F || (c | 6) == 0x7F || c == '"'; };
+#if defined(__SSE2__)
+  if constexpr (sizeof(Char) == 2) {
+    for (; end - p >= 16; p += 16) {
+      // Units beyond a byte narrow to 0 or 0xFF, which stop nothing.
+      const __m128i v = _mm_packus_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+      const __m128i folded = _mm_or_si128(v, _mm_set1_epi8(6));
+      const __m128i hit = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi8(folded, _mm_set1_epi8(0x5F)), _mm_cmpeq_epi8(folded, _mm_set1_epi8(0x7F))),
+          _mm_cmpeq_epi8(v, _mm_set1_epi8('"')));
+      if (const unsigned bits = unsigned(_mm_movemask_epi8(hit))) {
+        p += __builtin_ctz(bits);
+        return *p == ']' ? p : nullptr;
+      }
+    }
+  }
+#endif
+  for (; p != end; ++p)
+    if (stops(unsigned(*p))) return *p == ']' ? p : nullptr;
+  return nullptr;
+}
+
+}  // namespace
 
 ixSize TextReader::countable(const Char* p, const dims_vector& dims, ixSize per_element) const {
   const ixSize n = element_count(dims);
@@ -29,9 +66,31 @@ matrix::owned_array TextReader::flat_data(const Char*& p, const dims_vector& dim
   matrix::owned_array a = uninitialised_array<T>(dims, complex);
   T* const out = slots ? data_of<T>(a) : nullptr;
   ixSize i = 0;
+  const Char* const end = g_.end();
   ok(g_.elements(p, [&](const Char*& q) {
-    if (i == slots) decline();
-    element(q, out[i++]);
+    // Numbers that follow one another as compact text writes them are read
+    // here in one loop, the cursor in a register; anything else goes back
+    // to the element loop.
+    const Char* r = q;
+    for (;;) {
+      if (i == slots) decline();
+      if constexpr (!std::is_same_v<T, bool>) {
+        if (g_.starts_number(*r)) {
+          double x;
+          if (g_.number(r, x) != fj::kParseOk || !convert_number(x, out[i++])) decline();
+          if (end - r >= 2 && r[0] == ',' && g_.starts_number(r[1])) {
+            ++r;
+            continue;
+          }
+          break;
+        }
+      }
+      const Char* s = r;
+      element(s, out[i++]);
+      r = s;
+      break;
+    }
+    q = r;
     return fj::kParseOk;
   }));
   if (i != slots) decline();
@@ -160,6 +219,14 @@ void TextReader::read_pending(const Char*& p, Pending& d) {
     return read_fields(p, d.names, d.counts);
   }
   if (!g_.at(p, '[')) return ok(g_.skip_value(p));  // no class takes it: read again to decline
+  // A list with no list, object or string in it is only looked through,
+  // and read once its class and size are known, straight into its array:
+  // gathered here, the numbers of the largest bodies took twice their
+  // array's memory, in blocks the kernel mapped afresh each time.
+  if (const Char* const close = flat_list_end(p + 1, g_.end())) {
+    p = close + 1;
+    return;
+  }
   d.form = Form::kNumbers;
   ok(g_.elements(p, [&](const Char*& q) {
     const Token t = g_.token(*q);

@@ -19,21 +19,28 @@ template <class Char>
 std::size_t count_closing_brackets(const Char* p, const Char* end) noexcept {
   std::size_t n = 0;
 #if defined(__SSE2__)
-  // Each lane counts its own hits (a hit compares as -1, so subtracting
-  // adds one) and is emptied before it can overflow: no per-block mask to
-  // count, which without a popcount instruction is a library call.
-  constexpr std::ptrdiff_t kUnits = 16 / sizeof(Char);
+  // Each byte lane counts its own hits (a hit compares as -1, so
+  // subtracting adds one) and is emptied before it can overflow: no
+  // per-block mask to count, which without a popcount instruction is a
+  // library call. UTF-16 hits are narrowed to bytes, sixteen units a step.
+  constexpr std::ptrdiff_t kUnits = 16;
   constexpr std::ptrdiff_t kBlocksPerFlush = 255;  // a byte lane holds 255
-  const __m128i bracket = sizeof(Char) == 1 ? _mm_set1_epi8(']') : _mm_set1_epi16(']');
+  const auto hits = [](const Char* q) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+    if constexpr (sizeof(Char) == 1) {
+      return _mm_cmpeq_epi8(v, _mm_set1_epi8(']'));
+    } else {
+      const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 8));
+      const __m128i bracket = _mm_set1_epi16(']');
+      return _mm_packs_epi16(_mm_cmpeq_epi16(v, bracket), _mm_cmpeq_epi16(w, bracket));
+    }
+  };
   while (end - p >= kUnits) {
     __m128i lanes = _mm_setzero_si128();
-    for (std::ptrdiff_t k = 0; k < kBlocksPerFlush && end - p >= kUnits; ++k, p += kUnits) {
-      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-      lanes = _mm_sub_epi8(lanes, sizeof(Char) == 1 ? _mm_cmpeq_epi8(v, bracket) : _mm_cmpeq_epi16(v, bracket));
-    }
-    // A 16-bit hit adds one to both its bytes: the lanes' sum counts it twice.
+    for (std::ptrdiff_t k = 0; k < kBlocksPerFlush && end - p >= kUnits; ++k, p += kUnits)
+      lanes = _mm_sub_epi8(lanes, hits(p));
     const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
-    n += std::size_t(_mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums))) / sizeof(Char);
+    n += std::size_t(_mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
   }
 #endif
   for (; p != end; ++p) n += *p == ']';
@@ -220,29 +227,42 @@ matrix::owned_array TextReader::matrix_rows(const Char*& p) {
 }
 
 // The hot loop of the largest bodies, kept apart from the element loop:
-// the shape is known, so each number is read straight into its place.
+// the shape is known, so each number is read straight into its place. The
+// cursor stays in a register through the inlined number reader: white
+// space is looked for only where the next unit is not what compact text
+// has there, and skipped on a copy.
 void TextReader::fill_row(const Char*& p, std::size_t level, std::size_t offset, double* out,
                           const dims_vector& strides) {
-  ++p;
+  const auto space = [this](const Char* r) {
+    g_.skip_white_space(r);
+    return r;
+  };
+  const Char* const end = g_.end();
+  const Char* q = p + 1;
   const std::size_t n = levels_[level], stride = strides[level];
+  const bool leaves = level == leaf_level_;
   for (std::size_t j = 0; j < n; ++j, offset += stride) {
-    g_.skip_white_space(p);
     if (j != 0) {
-      if (!g_.at(p, ',')) throw Restart{};
-      ++p;
-      g_.skip_white_space(p);
+      if (!g_.at(q, ',')) {
+        q = space(q);
+        if (!g_.at(q, ',')) throw Restart{};
+      }
+      ++q;
     }
-    if (level == leaf_level_) {
-      if (g_.number(p, out[offset]) != fj::kParseOk) throw Restart{};
-    } else if (!g_.at(p, '[')) {
-      throw Restart{};
+    if (leaves) {
+      if (q == end || !g_.starts_number(*q)) q = space(q);
+      if (g_.number(q, out[offset]) != fj::kParseOk) throw Restart{};
     } else {
-      fill_row(p, level + 1, offset, out, strides);
+      if (!g_.at(q, '[')) q = space(q);
+      if (!g_.at(q, '[')) throw Restart{};
+      const Char* r = q;
+      fill_row(r, level + 1, offset, out, strides);
+      q = r;
     }
   }
-  g_.skip_white_space(p);
-  if (!g_.at(p, ']')) throw Restart{};
-  ++p;
+  if (!g_.at(q, ']')) q = space(q);
+  if (!g_.at(q, ']')) throw Restart{};
+  p = q + 1;
 }
 
 }  // namespace ixtal_json::detail
