@@ -52,8 +52,10 @@ class TextReader {
   struct Members;
 
   // Data met before the class and size that say how to read them (as the
-  // encoder writes them: keys in byte order), read once in a form that
-  // every class they may turn out to be can take.
+  // encoder writes them: keys in byte order). A flat list of numbers is
+  // only looked through and read again in place later (kUnread); anything
+  // else is read once in a form that every class it may turn out to be
+  // can take.
   struct Pending {
     enum class Form { kUnread, kNumbers, kBooleans, kElements, kFields } form = Form::kUnread;
     std::vector<double> numbers;
