@@ -176,8 +176,8 @@ class NumberGrammar {
       if (k > 16) m = m * kPowersOfTen[k - 16] + run_value(first, k - 16);
       if (std::ptrdiff_t(k) + (q - p) >= 16)
         m = m * kPowersOfTen[k < 16 ? k : 16] + sixteen_digit_value(sixteen_units(q + k - 16), k);
-      else
-        m = m * kPowersOfTen[k] + run_value(first, k);
+      else  // k < 14 here, which the compiler cannot see: the mask says it
+        m = m * kPowersOfTen[k & 15] + run_value(first, k);
       count += k;
       power = -static_cast<long long>(k);
       q += k;
