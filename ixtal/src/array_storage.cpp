@@ -30,12 +30,10 @@ namespace {
 // --- live counts ---------------------------------------------------------------
 
 // One thread's count of arrays made less arrays destroyed (negative when it
-// destroys what others made). Only its thread writes it, with a plain load
-// and store; the hook reads all of them. Slots are never freed: a thread
-// that ends leaves its count for the next thread that takes the slot, so
-// the sum stays exact.
-// A slot fills its cache line: slots of two threads beside each other would
-// move one line between their cores on every array.
+// destroys what others made), alone on its cache line. Only its thread
+// writes it; the hook reads all of them. Slots are never freed: a thread
+// that ends leaves its count to the next that takes the slot, so the sum
+// stays exact.
 struct alignas(64) CountSlot {
   std::atomic<std::int64_t> live{0};
   std::atomic<bool> taken{false};
@@ -59,8 +57,7 @@ CountSlot* take_slot() noexcept {
   CountSlot* s = new (room) CountSlot;
   s->taken.store(true, std::memory_order_relaxed);
   s->next = g_slots.load(std::memory_order_relaxed);
-  while (!g_slots.compare_exchange_weak(s->next, s, std::memory_order_release, std::memory_order_relaxed)) {
-  }
+  while (!g_slots.compare_exchange_weak(s->next, s, std::memory_order_release, std::memory_order_relaxed)) {}
   return s;
 }
 

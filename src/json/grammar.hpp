@@ -1,7 +1,8 @@
 #pragma once
 
 // The JSON grammar, written once: white space, the literal words, strings,
-// numbers (number_grammar.hpp), and the element and member loops. It builds nothing itself. A
+// numbers (number_grammar.hpp), runs of plain units (unit_scan.hpp), and the
+// element and member loops. It builds nothing itself. A
 // handler chooses what each value becomes: the tree builder (parser.cpp)
 // makes a Value; the reader of decode/text_reader makes host arrays. Both
 // call these primitives, so each rule of the text has one place.
@@ -16,20 +17,16 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "foundation/json/support.hpp"
 #include "ixtal/text.hpp"
 #include "json/limits.hpp"
 #include "json/number_grammar.hpp"
+#include "json/unit_scan.hpp"
 #include "json/utf8_sink.hpp"
 
 namespace dovra_json::detail {
@@ -44,6 +41,7 @@ class Grammar : public NumberGrammar<Char> {
   using Numbers = NumberGrammar<Char>;
   using Numbers::end_;
   using Numbers::is_digit;
+  using Scan = UnitScan<Char>;
 
  public:
   Grammar(const Char* end, unsigned char flags) noexcept
@@ -94,7 +92,7 @@ class Grammar : public NumberGrammar<Char> {
         p = out.copy_plain(p, end_);
       } else {
         const Char* run = p;
-        p = find_quote_or_backslash(p, end_);
+        p = Scan::find_quote_or_backslash(p, end_);
         out.append_run(run, p);
       }
       if (p == end_) return foundation::json::kUnexpectedEnd;
@@ -243,28 +241,8 @@ class Grammar : public NumberGrammar<Char> {
     }
   }
 
-  // The first '"' or '\\' at or after p, or end. units stays below 0x80
-  // when every unit before it is ASCII, and is 0x80 or more otherwise.
-  // Names and most strings are short: over UTF-16 most take one block.
-  const Char* plain_run(const Char* p, int& units) const noexcept {
-#if defined(__SSE2__)
-    if constexpr (sizeof(Char) == 2) {
-      const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\');
-      const __m128i beyond = _mm_set1_epi16(short(0xFF80));
-      for (; end_ - p >= 8; p += 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const unsigned stop =
-            unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash))));
-        const unsigned ascii = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, beyond), _mm_setzero_si128())));
-        const unsigned before = stop ? (stop & -stop) - 1 : 0xFFFFu;  // the bytes of the units before the stop
-        if (~ascii & before) units |= 0x80;
-        if (stop) return p + __builtin_ctz(stop) / 2;
-      }
-    }
-#endif
-    for (; p != end_ && *p != '"' && *p != '\\'; ++p) units |= Numbers::code(*p);
-    return p;
-  }
+  // The first '"' or '\\' at or after p, or end; units as UnitScan says.
+  const Char* plain_run(const Char* p, int& units) const noexcept { return Scan::plain_run(p, end_, units); }
 
   // With comments on, "/* ... */" and "// ... newline" count as white space;
   // an unclosed one runs to the end of the text, and a '/' that starts
@@ -274,20 +252,6 @@ class Grammar : public NumberGrammar<Char> {
     if (p != end_ && Numbers::code(*p) > ' ' && *p != '/') return;
     while (p != end_ && is_space(*p)) ++p;
     if (comments_) skip_comments(p);
-  }
-
-  // The first '"' or '\' at or after p, or end. Strings are mostly plain
-  // text, so a word is tested at a time.
-  static const Char* find_quote_or_backslash(const Char* p, const Char* end) noexcept {
-    constexpr std::uint64_t kQuotes = kLowBits * '"', kBackslashes = kLowBits * '\\';
-    while (end - p >= kUnitsPerWord) {
-      std::uint64_t w;
-      std::memcpy(&w, p, 8);
-      if (has_zero_unit(w ^ kQuotes) || has_zero_unit(w ^ kBackslashes)) break;
-      p += kUnitsPerWord;
-    }
-    while (p != end && *p != '"' && *p != '\\') ++p;
-    return p;
   }
 
  private:
@@ -361,30 +325,6 @@ class Grammar : public NumberGrammar<Char> {
 
   static bool is_space(Char c) noexcept { return fl::i18n::lcctype::isspace_ascii(Numbers::code(c)); }
 
-  static int hex_digit(Char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-  }
-
-  // The UTF-16 unit spelled by four hex digits, or -1.
-  static int hex4(const Char* p) noexcept {
-    const int a = hex_digit(p[0]), b = hex_digit(p[1]), c = hex_digit(p[2]), d = hex_digit(p[3]);
-    if ((a | b | c | d) < 0) return -1;
-    return (a << 12) | (b << 8) | (c << 4) | d;
-  }
-
-  // Each unit of Char's width in a 64-bit word: the lowest bit of every
-  // unit, and the highest.
-  static constexpr std::uint64_t kLowBits = sizeof(Char) == 1 ? 0x0101010101010101ull : 0x0001000100010001ull;
-  static constexpr std::uint64_t kHighBits = kLowBits << (8 * sizeof(Char) - 1);
-  static constexpr std::ptrdiff_t kUnitsPerWord = 8 / sizeof(Char);
-
-  // Whether any unit of the word is zero (exact: a borrow only starts at a
-  // unit that is zero).
-  static bool has_zero_unit(std::uint64_t x) noexcept { return ((x - kLowBits) & ~x & kHighBits) != 0; }
-
   // p is on a backslash, and stays there unless the whole escape is read.
   template <class Sink>
   ParseResult escape(const Char*& p, Sink& out) {
@@ -411,13 +351,13 @@ class Grammar : public NumberGrammar<Char> {
   template <class Sink>
   ParseResult unicode_escape(const Char*& p, const Char* digits, Sink& out) {
     if (end_ - digits < 4) return foundation::json::kUnexpectedEnd;
-    const int first = hex4(digits);
+    const int first = Scan::hex4(digits);
     if (first < 0) return foundation::json::kInvalidUnicodeEscape;
     const Char* e = digits + 4;
     if ((first & 0xFC00) == 0xD800) {
       if (end_ - e < 6) return foundation::json::kUnexpectedEnd;
       if (e[0] != '\\' || e[1] != 'u') return foundation::json::kInvalidUnicodeEscape;
-      const int second = hex4(e + 2);
+      const int second = Scan::hex4(e + 2);
       if (second < 0) return foundation::json::kInvalidUnicodeEscape;
       out.put_escape(char16_t(first), char16_t(second), true);
       e += 6;
