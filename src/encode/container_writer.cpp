@@ -66,10 +66,13 @@ Value write_struct_large(const ixArray* a, const element_encoder& encode, nestin
     for (ixSize i = 0; i < n; ++i)
       for (int f = 0; f < nfields; ++f) columns[std::size_t(f)]->push_back(encode(value(ixGetFieldByNumber(a, i, f)), a, i, f));
   }
-  for (int f = 0; f < nfields; ++f)
-    if (columns[std::size_t(f)]->size() != element_count(dims))
-      throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
-                               " did not match specified dimensions");
+  // Fields of one name, refused as everywhere (field_order), shared one
+  // column: the message names the first of them by its overfull column.
+  if (nfields > 0 && field_order(ixGetHeader(a).fields, nfields).empty())
+    for (int f = 0; f < nfields; ++f)
+      if (columns[std::size_t(f)]->size() != element_count(dims))
+        throw std::runtime_error("Number of elements for field " + ixGetFieldName(a, f) +
+                                 " did not match specified dimensions");
   return large_object(type_name(ixSTRUCT_CLASS), std::move(size), Value(std::move(fields)));
 }
 
