@@ -148,15 +148,13 @@ Unit* layout(Unit* p, Decimal decimal, F x) noexcept {
   return q + 2;
 }
 
-// A whole number's digits are its own, but where scientific notation is
-// shorter (five trailing zeros or more): those, and -0, are left to the
-// general path.
+// A whole number written as its digits (written_as_digits) needs no
+// search for them; the rest, and -0, take the shortest digits.
 inline char16_t* number_units(char16_t* u, double x) noexcept {
-  constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53
   const double magnitude = std::fabs(x);
-  const auto whole = std::uint64_t(magnitude < kExactWholeBound ? magnitude : 0);
-  const bool digits_as_they_are = double(whole) == magnitude && whole % 100000 != 0;
-  return layout(u, digits_as_they_are ? Decimal{whole, 0} : shortest_decimal(magnitude), x);
+  const auto whole = std::int64_t(magnitude < kExactWholeBound ? magnitude : 0);
+  const bool digits_as_they_are = double(whole) == magnitude && written_as_digits(whole);
+  return layout(u, digits_as_they_are ? Decimal{std::uint64_t(whole), 0} : shortest_decimal(magnitude), x);
 }
 
 }  // namespace

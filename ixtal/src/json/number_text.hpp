@@ -189,15 +189,22 @@ char* shortest(char* p, float x) noexcept;
 // kNumberRoom + 1 units past last.
 std::size_t number_units(char16_t*& u, const char16_t* last, const double* x, std::size_t n, bool comma) noexcept;
 
-// Writes d at p when it is a whole number below 2^53 (exact, so its digits
-// are its shortest digits) whose text is not shorter in scientific
-// notation, which takes at least five trailing zeros (1e+05); else returns
-// null. Zero takes the general path: -0 keeps its sign.
+// Below 2^53 every whole number is a double, so its digits are its
+// shortest digits.
+constexpr double kExactWholeBound = 9007199254740992.0;
+
+// Whether such a whole number is written as its digits: with five trailing
+// zeros or more (zero included) scientific notation (1e+05) is as short,
+// and the shortest writer decides.
+inline bool written_as_digits(std::int64_t whole) noexcept { return whole % 100000 != 0; }
+
+// Writes d at p when it is a whole number below 2^53 that is written as
+// its digits; else returns null. Zero takes the general path: -0 keeps its
+// sign.
 inline char* whole_number(char* p, double d) noexcept {
-  constexpr double kExactWholeBound = 9007199254740992.0;  // 2^53: every whole number below is a double
   if (!(d > -kExactWholeBound && d < kExactWholeBound)) return nullptr;
   const auto i = static_cast<std::int64_t>(d);
-  if (static_cast<double>(i) != d || i % 100000 == 0) return nullptr;
+  if (static_cast<double>(i) != d || !written_as_digits(i)) return nullptr;
   *p = '-';
   const std::uint64_t magnitude = i < 0 ? std::uint64_t(-i) : std::uint64_t(i);
   p += i < 0;
@@ -211,7 +218,7 @@ inline char* whole_number(char* p, double d) noexcept {
 template <class I>
 char* small_whole_number(char* p, I v) noexcept {
   const std::int64_t i = v;
-  if (i % 100000 == 0) return nullptr;
+  if (!written_as_digits(i)) return nullptr;
   *p = '-';
   p += i < 0;
   return write_decimal_32(p, std::uint32_t(i < 0 ? -i : i));

@@ -316,7 +316,7 @@ std::size_t TextOutput::units_directly(const T* x, std::size_t n, bool comma) {
     *u = u',';
     u += i > 0 || comma;
     const std::int64_t v = x[i];
-    if (v % 100000 == 0) [[unlikely]] {  // scientific may be shorter: the general path, as whole_number
+    if (!written_as_digits(v)) [[unlikely]] {  // the shortest writer decides, as in whole_number
       char text[kNumberRoom];
       const char* const end = shortest(text, static_cast<double>(v));
       for (const char* c = text; c != end; ++c) *u++ = char16_t(*c);
