@@ -239,13 +239,7 @@ class NumberGrammar {
     while (end_ - p >= 16) {
       const __m128i bytes = sixteen_units(p);
       const unsigned run = digit_count(bytes);
-      const std::uint64_t low = std::uint64_t(_mm_cvtsi128_si64(bytes));
-      if (run <= 8) {
-        if (run != 0) m = m * kPowersOfTen[run] + digit_run_value(low, run);
-      } else {
-        const std::uint64_t high = std::uint64_t(_mm_cvtsi128_si64(_mm_unpackhi_epi64(bytes, bytes)));
-        m = (m * kPowersOfTen[8] + eight_digit_value(low)) * kPowersOfTen[run - 8] + digit_run_value(high, run - 8);
-      }
+      if (run != 0) m = m * kPowersOfTen[run] + run_value(bytes, run);  // wraps as the loop below does
       p += run;
       count += run;
       if (run < 16) return;
