@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <charconv>
 #include <random>
 #include <string>
 
@@ -323,6 +324,85 @@ TEST(DecodePaths, NumbersAtTheEdgesOfTheQuickReading) {
         ASSERT_EQ(std::bit_cast<std::uint64_t>(d[k]), std::bit_cast<std::uint64_t>(expected)) << "element " << k;
     }
   }
+}
+
+// Long lists of numbers of every kind and length in random order, read as
+// a matrix and as int32 and double data: lists are read a block of units at
+// a time, from the commas found in it, so numbers start, end and straddle
+// at every place of a block, and the text ends at every distance from the
+// last. Now and then spaces or a newline about a comma, or one fault in
+// place of a number. Both paths give the same array, or neither answers;
+// doubles bit for bit.
+TEST(DecodePaths, ListsOfNumbersReadFromTheirCommas) {
+  LeakCheck leaks;
+  std::mt19937 rng(20261124);
+  static const char* const kOthers[] = {
+      "0", "-0", "-0.0", "0.5", "-0.0029805269329934497", "1e5", "-2.5E-3", "1.5e+300", "0123", "-00",
+      "1234567890123456", "-12345678901234567890", "0.1234567890123456789012345678901", "7",
+      "0.12345678901234567890123456789012", "4.9406564584124654e-324", "123456789012345.5", "-1234567.125"};
+  static const char* const kFaults[] = {"1.5.3", "01.5", "1e", "-", "", "1-2", "+1", "1.", ".5",
+                                        "--1", "1e+", "0x1", "1 2", "Infinity", "1.e3", "-.5", "1,"};
+  const auto pick = [&](std::size_t n) { return std::size_t(rng() % n); };
+  const auto number = [&](bool int32) -> std::string {
+    if (int32) return pick(64) ? std::to_string(std::int32_t(rng()) >> pick(32)) : generated_integer(rng);
+    switch (pick(4)) {
+      case 0: return generated_integer(rng);
+      case 1: return kOthers[pick(std::size(kOthers))];
+      default: {
+        char buf[32];
+        const double d = std::normal_distribution<double>(0, pick(3) ? 1 : 1e6)(rng);
+        return std::string(buf, std::to_chars(buf, buf + sizeof buf, d).ptr);
+      }
+    }
+  };
+  const auto comma = [&]() -> std::string {
+    static const char* const kCommas[] = {" ,", ", ", ",\n  ", "\t,\r\n"};
+    return pick(12) ? "," : kCommas[pick(std::size(kCommas))];
+  };
+  int read = 0;
+  for (int doc = 0; doc < 900; ++doc) {
+    const std::size_t rows = 1 + pick(4), cols = 1 + pick(48);
+    std::vector<std::string> numbers(rows * cols);
+    for (std::string& x : numbers) x = number(doc % 3 == 0);
+    if (doc % 4 == 3) numbers[pick(numbers.size())] = kFaults[pick(std::size(kFaults))];
+    const auto list = [&](std::size_t from, std::size_t n) {
+      std::string l = "[";
+      for (std::size_t k = 0; k < n; ++k) l += (k ? comma() : "") + numbers[from + k];
+      return l + "]";
+    };
+    // Now and then a row one number longer than the others, which the
+    // matrix reading must stop at rather than write past.
+    const std::size_t longer = doc % 5 == 4 ? pick(rows) : rows;
+    std::string matrix = "[";
+    for (std::size_t r = 0; r < rows; ++r)
+      matrix += (r ? comma() : "") + (r == longer ? list(r * cols, cols).insert(1, number(false) + ",") : list(r * cols, cols));
+    matrix += "]";
+    const std::string data = list(0, numbers.size()), size = std::to_string(numbers.size());
+    const std::string documents[] = {
+        matrix,
+        R"({"tntype":"int32","tnsize":[1,)" + size + R"(],"tndata":)" + data + "}",
+        R"({"tntype":"double","tnsize":[)" + size + R"(,1],"tndata":)" + data + "}",
+    };
+    for (const std::string& text : documents) {
+      SCOPED_TRACE(text);
+      const std::u16string units = host_units(text);
+      const owned_array general = general_document(units);
+      const std::optional<owned_array> direct = ixtal_json::read_document(units);
+      if (longer != rows && text == matrix) {
+        ASSERT_FALSE(direct.has_value() && !general) << "read a text the general path refuses";
+        if (!direct) continue;
+      }
+      ASSERT_EQ(direct.has_value(), bool(general)) << "both read it, or neither";
+      if (!general) continue;
+      ++read;
+      expect_same_reading(direct->get(), general.get());
+      if (ixGetClassID(general.get()) != ixDOUBLE_CLASS) continue;
+      const auto* d = static_cast<const std::uint64_t*>(ixGetData(direct->get()));
+      const auto* g = static_cast<const std::uint64_t*>(ixGetData(general.get()));
+      for (ixSize k = 0; k < ixGetNumberOfElements(general.get()); ++k) ASSERT_EQ(d[k], g[k]) << "element " << k;
+    }
+  }
+  EXPECT_GT(read, 1300);
 }
 
 }  // namespace

@@ -78,6 +78,12 @@ matrix::owned_array TextReader::flat_data(const Char*& p, const dims_vector& dim
         if (g_.starts_number(*r)) {
           double x;
           if (g_.number(r, x) != fj::kParseOk || !convert_number(x, out[i++])) decline();
+          if (g_.at(r, ',')) {
+            T* const next = out + i;
+            i += g_.comma_numbers(r, slots - i, [&](std::size_t k, double y) {
+              if (!convert_number(y, next[k])) decline();
+            });
+          }
           if (end - r >= 2 && r[0] == ',' && g_.starts_number(r[1])) {
             ++r;
             continue;

@@ -247,6 +247,16 @@ void TextReader::fill_row(const Char*& p, std::size_t level, std::size_t offset,
         q = space(q);
         if (!g_.at(q, ',')) throw Restart{};
       }
+      if (leaves) {
+        // The numbers up to the row's last, each from its comma to the
+        // next, where the commas say where they end.
+        if (const std::size_t k =
+                g_.comma_numbers(q, n - j, [&](std::size_t i, double x) { out[offset + i * stride] = x; })) {
+          j += k - 1;
+          offset += (k - 1) * stride;
+          continue;
+        }
+      }
       ++q;
     }
     if (leaves) {

@@ -47,6 +47,49 @@ class NumberGrammar {
     return r.result;
   }
 
+  // Numbers each from a comma to the next, as compact text lists them; p
+  // is on a comma. The commas of sixteen or more numbers' worth of units
+  // are found at once, so where each number starts and ends is known
+  // before any is read: the next one's reading need not wait on the count
+  // of digits of the one before (a chain through every number of a list).
+  // A number is taken only when the quick lane reads exactly up to its
+  // comma; at the first that is not so, or the first whose comma lies
+  // beyond the block near the end of the text, it stops, p on the comma
+  // before it. put(k, x) takes the k-th number read; at most `most` are.
+  template <class Put>
+  [[gnu::always_inline]] std::size_t comma_numbers(const Char*& p, std::size_t most, Put&& put) const {
+    std::size_t k = 0;
+#if defined(__SSE2__)
+    const Char* q = p;
+    // Spaced text would find its first number unread, block after block.
+    if (end_ - q < kBlockUnits + kLaneUnits || !starts_number(q[1])) return 0;
+    while (k != most && end_ - q >= kBlockUnits + kLaneUnits) {
+      // Bit 0 is q's own comma; bit b the comma at q + b.
+      std::uint64_t commas = comma_bits(q) & ~std::uint64_t(1);
+      const Char* last = q;
+      for (; commas != 0; commas &= commas - 1) {
+        const Char* const stop = q + __builtin_ctzll(commas);
+        double x;
+        bool whole = quick_number(last + 1, x) == stop;
+        // Hidden from the compiler: knowing the lane's end equal to the
+        // comma's, it took the lane's as the next start, the chain again.
+        asm("" : "+r"(whole));
+        if (!whole) [[unlikely]] {
+          p = last;
+          return k;
+        }
+        put(k, x);
+        last = stop;
+        if (++k == most) break;
+      }
+      if (last == q) break;  // no comma in the block past q's own
+      q = last;
+    }
+    p = q;
+#endif
+    return k;
+  }
+
   // Whether c is the first unit of a number (what token() says, tested
   // without a branch on the sign, for loops over numbers).
   static bool starts_number(Char c) noexcept { return (code(c) == '-') | (unsigned(code(c) - '0') <= 9); }
@@ -75,6 +118,14 @@ class NumberGrammar {
       const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
       return _mm_packus_epi16(low, high);
     }
+  }
+
+  // Bit b: p[b] is a comma, for the sixteen units from p.
+  static std::uint64_t comma_bits16(const Char* p) noexcept {
+    return unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(sixteen_units(p), _mm_set1_epi8(','))));
+  }
+  static std::uint64_t comma_bits(const Char* p) noexcept {
+    return comma_bits16(p) | comma_bits16(p + 16) << 16 | comma_bits16(p + 32) << 32 | comma_bits16(p + 48) << 48;
   }
 
   // Which of the sixteen bytes are ASCII digits (bit i: byte i), and how
@@ -138,6 +189,9 @@ class NumberGrammar {
   // sixteen units of integer part, the point, thirty-two of fraction and
   // the unit after them.
   static constexpr std::ptrdiff_t kLaneUnits = 64;
+  // The units whose commas comma_numbers finds at once (a number starts
+  // within them, and the lane reads on from there).
+  static constexpr std::ptrdiff_t kBlockUnits = 64;
 
   // The common numbers, with no end to look for: an integer part of at
   // most fifteen digits (no leading zero before more digits) and a
