@@ -370,12 +370,15 @@ TEST(DecodePaths, ListsOfNumbersReadFromTheirCommas) {
       for (std::size_t k = 0; k < n; ++k) l += (k ? comma() : "") + numbers[from + k];
       return l + "]";
     };
-    // Now and then a row one number longer than the others, which the
-    // matrix reading must stop at rather than write past.
+    // Now and then a row one to three numbers longer than the others, which
+    // the matrix reading must stop at rather than write past.
     const std::size_t longer = doc % 5 == 4 ? pick(rows) : rows;
     std::string matrix = "[";
-    for (std::size_t r = 0; r < rows; ++r)
-      matrix += (r ? comma() : "") + (r == longer ? list(r * cols, cols).insert(1, number(false) + ",") : list(r * cols, cols));
+    for (std::size_t r = 0; r < rows; ++r) {
+      std::string row = list(r * cols, cols);
+      for (std::size_t extra = r == longer ? 1 + pick(3) : 0; extra != 0; --extra) row.insert(1, number(false) + ",");
+      matrix += (r ? comma() : "") + row;
+    }
     matrix += "]";
     const std::string data = list(0, numbers.size()), size = std::to_string(numbers.size());
     const std::string documents[] = {
