@@ -48,20 +48,20 @@ class NumberGrammar {
   }
 
   // Numbers each from a comma to the next, as compact text lists them; p
-  // is on a comma. The commas of sixteen or more numbers' worth of units
-  // are found at once, so where each number starts and ends is known
-  // before any is read: the next one's reading need not wait on the count
-  // of digits of the one before (a chain through every number of a list).
-  // A number is taken only when the quick lane reads exactly up to its
-  // comma; at the first that is not so, or the first whose comma lies
-  // beyond the block near the end of the text, it stops, p on the comma
-  // before it. put(k, x) takes the k-th number read; at most `most` are.
+  // is on a comma. The commas of a block of units are found at once, so
+  // where each number starts and ends is known before any is read: a
+  // number's reading does not wait on the count of the digits of the one
+  // before, which made a chain through every number of a list. A number is
+  // taken only where the quick lane reads exactly up to its comma, so it
+  // is read as number() reads it; at the first that is not so, and near
+  // the end of the text, it stops, p on the comma before the first number
+  // not read. put(k, x) takes the k-th number read; at most `most` are.
   template <class Put>
   [[gnu::always_inline]] std::size_t comma_numbers(const Char*& p, std::size_t most, Put&& put) const {
     std::size_t k = 0;
 #if defined(__SSE2__)
     const Char* q = p;
-    // Spaced text would find its first number unread, block after block.
+    // Spaced text would leave its first number unread, block after block.
     if (end_ - q < kBlockUnits + kLaneUnits || !starts_number(q[1])) return 0;
     while (k != most && end_ - q >= kBlockUnits + kLaneUnits) {
       // Bit 0 is q's own comma; bit b the comma at q + b.
