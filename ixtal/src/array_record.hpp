@@ -13,33 +13,13 @@
 #include "ixtal/array.hpp"
 #include "ixtal/classes.hpp"
 #include "ixtal/errors.hpp"
+#include "record_pool.hpp"
 
 namespace ixtal::detail {
 
 // No single array may claim more than this many bytes: far beyond any real
 // machine, and small enough that size arithmetic cannot overflow.
 inline constexpr ixSize kMaxArrayBytes = ixSize(1) << 48;
-
-// Data up to this size live in the record's own block: scalars and short
-// texts, which a decoded document holds by the hundred thousand, then cost
-// one block each instead of two.
-inline constexpr std::size_t kDataInRecord = 256;
-
-// Built with a sanitizer: the runtime then takes every block from the heap
-// itself, so that the sanitizer sees each one alone.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
-#else
-inline constexpr bool kSanitized = false;
-#endif
-
-[[noreturn]] inline void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
 
 inline std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }
 inline bool is_numeric_class(ixClassID cls) noexcept { return ixtal::info_of(cls).numeric; }
@@ -84,15 +64,7 @@ ixArrayExtra& extra_of(ixArray* a);
 // all names cost n log n, not a comparison of every pair.
 std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n);
 
-// --- the record's block (array_storage.cpp) ----------------------------------
-
-// A new record with room for data_bytes of data after it in the same block
-// (data points there when data_bytes > 0), counted as alive. Raises
-// out-of-memory when the test hook says so or no memory can be had.
-ixArray* new_record(std::size_t data_bytes);
-
-// Whether the test hook refuses the next block the runtime takes (memory.cpp).
-bool allocation_refused() noexcept;
+// --- the record's block (array_storage.cpp; taking one: record_pool.hpp) ------
 
 // Zeroed room for n element slots; none for n = 0.
 ixArray** new_slots(std::size_t n);
