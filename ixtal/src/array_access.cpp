@@ -120,9 +120,10 @@ int ixAddField(ixArray* s, std::string_view name) {
     for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = slots(s)[i * nf + f];
   try {
     // Other structures may share the list: this one gets its own.
-    auto names = std::make_shared<std::vector<std::string>>(field_names(s));
-    names->emplace_back(name);
-    extra_of(s).fields = std::move(names);
+    std::vector<std::string> names(field_names(s));
+    names.emplace_back(name);
+    const ixFieldNames* const made = make_fields(names.data(), names.data() + names.size());
+    release_fields(std::exchange(s->fields, made));
   } catch (...) {
     ixtal::release_large(grown);
     throw;

@@ -43,11 +43,19 @@ inline bool holds_slots(const ixArray* a) noexcept {
 inline ixArray** slots(const ixArray* a) noexcept { return static_cast<ixArray**>(a->data); }
 inline const std::vector<std::string>& field_names(const ixArray* a) noexcept {
   static const std::vector<std::string> none;
-  return a->extra && a->extra->fields ? *a->extra->fields : none;
+  return a->class_id == ixSTRUCT_CLASS && a->fields ? a->fields->names : none;
 }
 inline std::size_t field_count(const ixArray* a) noexcept {
-  return a->extra && a->extra->fields ? a->extra->fields->size() : 0;
+  return a->class_id == ixSTRUCT_CLASS && a->fields ? a->fields->names.size() : 0;
 }
+// A structure made alike shares the list; the last to go frees it.
+inline const ixFieldNames* share_fields(const ixFieldNames* f) noexcept {
+  if (f) f->users.fetch_add(1, std::memory_order_relaxed);
+  return f;
+}
+void release_fields(const ixFieldNames* f) noexcept;
+// A new list of names, used by one structure; out-of-memory when it cannot be made.
+const ixFieldNames* make_fields(const std::string* first, const std::string* last);
 inline std::size_t slot_count(const ixArray* a) noexcept {
   if (a->class_id == ixCELL_CLASS) return numel(a);
   return a->class_id == ixSTRUCT_CLASS ? numel(a) * field_count(a) : 0;
@@ -55,9 +63,10 @@ inline std::size_t slot_count(const ixArray* a) noexcept {
 
 inline const ixArrayExtra& extra_or_none(const ixArray* a) noexcept {
   static const ixArrayExtra none;
-  return a->extra ? *a->extra : none;
+  return a->class_id != ixSTRUCT_CLASS && a->extra ? *a->extra : none;
 }
-// Made when first needed; out-of-memory when it cannot be.
+// Made when first needed, for any class but structures; out-of-memory when
+// it cannot be.
 ixArrayExtra& extra_of(ixArray* a);
 
 // The field numbers ordered by name (ties by number), so that checks over

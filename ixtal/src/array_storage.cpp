@@ -223,6 +223,8 @@ namespace {
 // Releases a record whose contents are released already.
 void free_record(ixArray* a, ThreadState* s) noexcept {
   const unsigned cls = a->block_class;
+  if (a->class_id == ixSTRUCT_CLASS) release_fields(a->fields);
+  else delete a->extra;
   a->~ixArray();
   if (cls) give_block(cls, a, s);
   else ::operator delete(a);
