@@ -220,15 +220,16 @@ void depot_put_one(unsigned cls, void* block) noexcept {
 
 namespace {
 
-// Releases a record whose contents are released already.
-void free_record(ixArray* a, ThreadState* s) noexcept {
-  const unsigned cls = a->block_class;
+// Releases a record, its data and names, not the arrays it holds; counted
+// by the caller.
+[[gnu::always_inline]] inline void free_record(ixArray* a, ThreadState* s) noexcept {
+  if (!a->data_in_record && a->data) ixtal::release_large(a->data);
   if (a->class_id == ixSTRUCT_CLASS) release_fields(a->fields);
   else delete a->extra;
+  const unsigned cls = a->block_class;
   a->~ixArray();
   if (cls) give_block(cls, a, s);
   else ::operator delete(a);
-  count(s, -1);
 }
 
 }  // namespace
@@ -260,26 +261,48 @@ void ixDestroyArray(ixArray* a) noexcept {
   if (!a) return;  // what replacing an unset element destroys
   // Iterative, so that however deep cells nest the host's stack is safe:
   // each array's elements are taken over into the work list before it dies.
-  std::vector<ixArray*> pending;
+  // An element that holds no others (nearly all: a record's values) goes at
+  // once, and the list lives on the stack until it is deep: a destruction
+  // then costs no heap block and no pass through the list per array.
   ThreadState* const s = state();
-  while (a) {
-    const std::size_t count = a->data && holds_slots(a) ? slot_count(a) : 0;
-    for (std::size_t i = 0; i < count; ++i)
-      if (ixArray* e = slots(a)[i]) {
-        try {
-          pending.push_back(e);
-        } catch (...) {
-          ixDestroyArray(e);  // no memory for the list: fall back to recursion
+  constexpr std::size_t kOnStack = 64;
+  ixArray* on_stack[kOnStack];
+  std::size_t depth = 0;
+  std::vector<ixArray*> deeper;
+  std::int64_t freed = 0;
+  for (;;) {
+    if (a->data && holds_slots(a)) {
+      ixArray* const* const el = slots(a);
+      const std::size_t n = slot_count(a);
+      for (std::size_t i = 0; i < n; ++i) {
+        ixArray* const e = el[i];
+        if (!e) continue;
+        if (!e->data || !holds_slots(e)) {
+          free_record(e, s);
+          ++freed;
+        } else if (depth < kOnStack) {
+          on_stack[depth++] = e;
+        } else {
+          try {
+            deeper.push_back(e);
+          } catch (...) {
+            ixDestroyArray(e);  // no memory for the list: fall back to recursion
+          }
         }
       }
-    if (!a->data_in_record) ixtal::release_large(a->data);
+    }
     free_record(a, s);
-    a = nullptr;
-    if (!pending.empty()) {
-      a = pending.back();
-      pending.pop_back();
+    ++freed;
+    if (!deeper.empty()) {
+      a = deeper.back();
+      deeper.pop_back();
+    } else if (depth) {
+      a = on_stack[--depth];
+    } else {
+      break;
     }
   }
+  count(s, -freed);
 }
 
 // --- what only some classes hold ------------------------------------------------------
