@@ -47,7 +47,7 @@ void allocate_data(ixArray* a, bool zeroed) {
 // record: scalars and short rows, most of what a document holds, made
 // without the checks of a shape that might not be a matrix. Nothing after
 // the record's block can fail.
-ixArray* make_small(ixSize m, ixSize n, ixClassID cls, std::size_t bytes) {
+[[gnu::always_inline]] inline ixArray* make_small(ixSize m, ixSize n, ixClassID cls, std::size_t bytes) {
   ixArray* a = new_record(bytes);
   a->class_id = cls;
   a->dims.assign_matrix(m, n);

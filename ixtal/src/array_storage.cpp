@@ -146,13 +146,6 @@ std::atomic<std::int64_t> g_unattached{0};
 // Alone on its line: read on every creation, written only by tests.
 alignas(64) std::atomic<std::int64_t> g_fail_after{-1};
 
-void count_creation_slow() {
-  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
-  while (left >= 0) {
-    if (left == 0) out_of_memory();
-    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
-  }
-}
 
 ThreadState::ThreadState() noexcept : counts(take_slot()) {
   for (FreeList& list : free) list.keep = kKeepLeast;
@@ -201,22 +194,70 @@ struct StateOwner {
   }
 };
 
-}  // namespace
-
-ThreadState* attach() noexcept {
+[[gnu::noinline]] ThreadState* attach() noexcept {
   if (t_ended) return nullptr;
   static thread_local StateOwner owner;
   return t_state;
 }
 
-void* depot_take_one(unsigned cls) noexcept { return depot().take_one(cls); }
-void depot_put_one(unsigned cls, void* block) noexcept {
+void count_creation() {
+  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
+  while (left >= 0) {
+    if (left == 0) out_of_memory();
+    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
+  }
+}
+
+inline ThreadState* state() noexcept {
+  ThreadState* s = t_state;
+  return __builtin_expect(s != nullptr, 1) ? s : attach();
+}
+
+inline void count(ThreadState* s, std::int64_t delta) noexcept {
+  if (s) s->count(delta);
+  else g_unattached.fetch_add(delta, std::memory_order_relaxed);
+}
+
+// A pooled block of class cls (null when no memory can be had), and back.
+// A thread without its state goes to the depot itself.
+inline void* take_block(unsigned cls, ThreadState* s) noexcept {
+  if (allocation_refused()) return nullptr;
+  return s ? s->take(cls) : depot().take_one(cls);
+}
+inline void give_block(unsigned cls, void* block, ThreadState* s) noexcept {
+  if (s) return s->give(cls, block);
   auto* b = static_cast<FreeBlock*>(block);
   b->next = nullptr;
   depot().put(cls, b, 1);
 }
 
+}  // namespace
+
 // --- the record's block -------------------------------------------------------------
+
+ixArray* new_record_slow(std::size_t data_bytes) {
+  count_creation();
+  const std::size_t bytes = sizeof(ixArray) + data_bytes;
+  ThreadState* const s = state();
+  count(s, 1);
+  void* block;
+  unsigned cls = 0;
+  if constexpr (kPooled) {
+    cls = size_class(bytes);
+    if (!(block = take_block(cls, s))) {
+      count(s, -1);
+      out_of_memory();
+    }
+  } else {
+    try {
+      block = ::operator new(bytes);
+    } catch (...) {
+      count(s, -1);
+      throw;
+    }
+  }
+  return init_record(block, cls, data_bytes);
+}
 
 namespace {
 

@@ -64,6 +64,11 @@ struct alignas(64) CountSlot {
   std::atomic<std::int64_t> live{0};
   std::atomic<bool> taken{false};
   CountSlot* next = nullptr;
+
+  // Only the owner writes: no atomic read-modify-write needed.
+  void add(std::int64_t delta) noexcept {
+    live.store(live.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+  }
 };
 // Arrays made or destroyed by a thread that has no slot.
 extern std::atomic<std::int64_t> g_unattached;
@@ -80,11 +85,6 @@ inline bool allocation_refused() noexcept {
 }
 
 [[noreturn]] inline void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
-
-void count_creation_slow();
-inline void count_creation() {
-  if (__builtin_expect(g_fail_after.load(std::memory_order_relaxed) >= 0, 0)) count_creation_slow();
-}
 
 struct FreeBlock {
   FreeBlock* next;
@@ -107,13 +107,19 @@ struct ThreadState {
   ThreadState() noexcept;
   ~ThreadState();
 
-  void* take(unsigned cls) noexcept {
+  // A block of the thread's own list; null when it is dry.
+  FreeBlock* pop(unsigned cls) noexcept {
     FreeList& list = free[cls];
-    FreeBlock* b = list.head;
-    if (__builtin_expect(!b, 0)) return refill(cls);
-    list.head = b->next;
-    --list.count;
+    FreeBlock* const b = list.head;
+    if (__builtin_expect(b != nullptr, 1)) {
+      list.head = b->next;
+      --list.count;
+    }
     return b;
+  }
+  void* take(unsigned cls) noexcept {
+    if (FreeBlock* const b = pop(cls)) return b;
+    return refill(cls);
   }
   void give(unsigned cls, void* block) noexcept {
     FreeList& list = free[cls];
@@ -123,8 +129,7 @@ struct ThreadState {
     if (__builtin_expect(std::size_t(++list.count) * cls * kLine > list.keep, 0)) spill(cls);
   }
   void count(std::int64_t delta) noexcept {
-    if (__builtin_expect(counts != nullptr, 1))
-      counts->live.store(counts->live.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+    if (__builtin_expect(counts != nullptr, 1)) counts->add(delta);
     else g_unattached.fetch_add(delta, std::memory_order_relaxed);
   }
 
@@ -138,59 +143,9 @@ struct ThreadState {
 // costs one thread-local load and no guard; null before a thread's first
 // array and after its state is given back.
 extern constinit thread_local ThreadState* t_state;
-ThreadState* attach() noexcept;
 
-inline ThreadState* state() noexcept {
-  ThreadState* s = t_state;
-  return __builtin_expect(s != nullptr, 1) ? s : attach();
-}
-
-inline void count(ThreadState* s, std::int64_t delta) noexcept {
-  if (s) s->count(delta);
-  else g_unattached.fetch_add(delta, std::memory_order_relaxed);
-}
-
-// A thread without its state goes to the depot itself.
-void* depot_take_one(unsigned cls) noexcept;
-void depot_put_one(unsigned cls, void* block) noexcept;
-
-// A pooled block of class cls (null when no memory can be had), and back.
-inline void* take_block(unsigned cls, ThreadState* s) noexcept {
-  if (allocation_refused()) return nullptr;
-  return __builtin_expect(s != nullptr, 1) ? s->take(cls) : depot_take_one(cls);
-}
-inline void give_block(unsigned cls, void* block, ThreadState* s) noexcept {
-  if (__builtin_expect(s != nullptr, 1)) s->give(cls, block);
-  else depot_put_one(cls, block);
-}
-
-// A new record with room for data_bytes of data after it in the same block
-// (data points there when data_bytes > 0), counted as alive. Raises
-// out-of-memory when the test hook says so or no memory can be had.
-[[gnu::always_inline]] inline ixArray* new_record(std::size_t data_bytes) {
-  count_creation();
-  const std::size_t bytes = sizeof(ixArray) + data_bytes;
-  ThreadState* const s = state();
-  // Counted first: a store through the count after the record is made
-  // would, for all the compiler knows, change the record, and each caller's
-  // setting of its shape would read the record back.
-  count(s, 1);
-  void* block;
-  unsigned cls = 0;
-  if constexpr (kPooled) {
-    cls = size_class(bytes);
-    if (__builtin_expect(!(block = take_block(cls, s)), 0)) {
-      count(s, -1);
-      out_of_memory();
-    }
-  } else {
-    try {
-      block = ::operator new(bytes);
-    } catch (...) {
-      count(s, -1);
-      throw;
-    }
-  }
+// The record made in block, of pool class cls (0: from the heap).
+[[gnu::always_inline]] inline ixArray* init_record(void* block, unsigned cls, std::size_t data_bytes) noexcept {
   ixArray* a = new (block) ixArray;
   a->block_class = cls;
   if (data_bytes) {
@@ -198,6 +153,33 @@ inline void give_block(unsigned cls, void* block, ThreadState* s) noexcept {
     a->data_in_record = true;
   }
   return a;
+}
+
+// new_record's every case: the thread's first array, a list run dry, the
+// test hooks, a thread without its state, the sanitized build.
+ixArray* new_record_slow(std::size_t data_bytes);
+
+// A new record with room for data_bytes of data after it in the same block
+// (data points there when data_bytes > 0), counted as alive. Raises
+// out-of-memory when the test hook says so or no memory can be had. The
+// common case calls nothing, so that a creator needs no registers saved.
+[[gnu::always_inline]] inline ixArray* new_record(std::size_t data_bytes) {
+  if constexpr (kPooled) {
+    ThreadState* const s = t_state;
+    const unsigned cls = size_class(sizeof(ixArray) + data_bytes);
+    if (__builtin_expect(s != nullptr && s->counts != nullptr && g_fail_after.load(std::memory_order_relaxed) < 0 &&
+                             !g_allocation_hook.load(std::memory_order_relaxed),
+                         1)) {
+      if (FreeBlock* const b = s->pop(cls); __builtin_expect(b != nullptr, 1)) {
+        // Counted before the record is made: a store through the count
+        // after it would, for all the compiler knows, change the record,
+        // and each caller's setting of its shape would read it back.
+        s->counts->add(1);
+        return init_record(b, cls, data_bytes);
+      }
+    }
+  }
+  return new_record_slow(data_bytes);
 }
 static_assert(sizeof(ixArray) + kDataInRecord <= kClasses * kLine, "every record block has a class");
 
