@@ -110,10 +110,18 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims);
 // A 1-by-1 array of class cls with no data, named name (null: unnamed).
 ixArray* make_named(ixClassID cls, const char* name);
 
-// std::out_of_range naming what, unless index is an element of a.
-void check_index(const ixArray* a, ixSize index, const char* what);
+// std::out_of_range naming what, unless index is an element of a. Inline:
+// every element a reader sets passes here.
+[[noreturn]] void index_exceeds(const char* what);
+inline void check_index(const ixArray* a, ixSize index, const char* what) {
+  if (__builtin_expect(index >= numel(a), 0)) index_exceeds(what);
+}
 
 // std::invalid_argument unless s is a structure array.
-const ixArray* as_struct(const ixArray* s);
+[[noreturn]] void not_a_struct();
+inline const ixArray* as_struct(const ixArray* s) {
+  if (__builtin_expect(!s || s->class_id != ixSTRUCT_CLASS, 0)) not_a_struct();
+  return s;
+}
 
 }  // namespace ixtal::detail
