@@ -141,9 +141,6 @@ const ixFieldNames* make_fields(const std::string* first, const std::string* las
   }
 }
 
-void release_fields(const ixFieldNames* f) noexcept {
-  if (f && f->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete f;
-}
 
 std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n) {
   std::vector<std::size_t> order(n);

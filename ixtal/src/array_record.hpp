@@ -53,7 +53,9 @@ inline const ixFieldNames* share_fields(const ixFieldNames* f) noexcept {
   if (f) f->users.fetch_add(1, std::memory_order_relaxed);
   return f;
 }
-void release_fields(const ixFieldNames* f) noexcept;
+inline void release_fields(const ixFieldNames* f) noexcept {
+  if (f && f->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete f;
+}
 // A new list of names, used by one structure; out-of-memory when it cannot be made.
 const ixFieldNames* make_fields(const std::string* first, const std::string* last);
 inline std::size_t slot_count(const ixArray* a) noexcept {
