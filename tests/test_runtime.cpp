@@ -201,6 +201,62 @@ TEST(Runtime, CellsAndStructuresOwnWhatTheyHold) {
   EXPECT_NE(ixGetFieldByNumber(like.get(), 0, 3), nullptr);
 }
 
+// Destruction takes a tree apart without recursion, its work list on the
+// stack until the tree is deep or wide; a structure's names go with the
+// last structure that shares them. Every shape must leave no array alive.
+TEST(Runtime, DestructionReleasesEveryArrayOfAnyShape) {
+  dovra_test::LeakCheck leaks;
+  const std::string names[] = {"a", "b"};
+  const ixSize one[2] = {1, 1};
+  struct Tree {
+    const char* what;
+    std::function<ixArray*()> make;
+  };
+  const std::vector<Tree> trees = {
+      {"a chain of cells deeper than the list on the stack",
+       [] {
+         ixArray* top = ixCreateDoubleScalar(0);
+         for (int depth = 0; depth < 300; ++depth) {
+           ixArray* c = ixCreateCellMatrix(1, 2);
+           ixSetCell(c, 0, top);
+           ixSetCell(c, 1, ixCreateString("leaf"));
+           top = c;
+         }
+         return top;
+       }},
+      {"a cell of more containers than the list holds, each with leaves",
+       [&] {
+         ixArray* c = ixCreateCellMatrix(1, 200);
+         for (ixSize i = 0; i < 200; ++i) {
+           ixArray* s = ixCreateStructArray(2, one, 2, names);
+           ixSetFieldByNumber(s, 0, 0, ixCreateDoubleScalar(double(i)));
+           ixSetFieldByNumber(s, 0, 1, ixCreateCellMatrix(0, 0));
+           ixSetCell(c, i, s);
+         }
+         return c;
+       }},
+      {"records made alike, the model destroyed first",
+       [&] {
+         owned_array model(ixCreateStructArray(2, one, 2, names));
+         ixArray* values[2] = {ixCreateLogicalScalar(true), ixCreateDoubleScalar(2)};
+         owned_array record(ixCreateStructScalarLike(model.get(), values));
+         owned_array copy(ixDuplicateArray(record.get()));
+         model.reset();
+         record.reset();
+         EXPECT_EQ(ixGetFieldName(copy.get(), 1), "b");
+         return copy.release();
+       }},
+  };
+  for (const Tree& t : trees) {
+    SCOPED_TRACE(t.what);
+    const std::int64_t before = ixtal::testing::live_arrays();
+    ixArray* tree = t.make();
+    EXPECT_GT(ixtal::testing::live_arrays(), before);
+    ixDestroyArray(tree);
+    EXPECT_EQ(ixtal::testing::live_arrays(), before);
+  }
+}
+
 // Refuses every block the runtime takes once blocks_left are taken.
 std::atomic<int> blocks_left{0};
 bool block_refused() noexcept { return blocks_left.fetch_sub(1) <= 0; }
@@ -216,8 +272,8 @@ TEST(Runtime, AStructureMadeWithItsValuesHoldsThemOrLeavesThemToTheCaller) {
     std::vector<owned_array> values;
     std::vector<ixArray*> given;
     for (int f = 0; f < nfields; ++f) given.push_back(values.emplace_back(ixCreateDoubleScalar(f)).get());
-    // Each block it takes fails in turn (the record, its slots, its extra
-    // block): the values stay the caller's, until it is made.
+    // Each block it takes fails in turn (the record, its slots): the values
+    // stay the caller's, until it is made.
     owned_array s;
     for (int blocks = 0; !s; ++blocks) {
       ASSERT_LT(blocks, 4);

@@ -12,14 +12,11 @@ using namespace ixtal::detail;
 
 namespace ixtal::detail {
 
-void check_index(const ixArray* a, ixSize index, const char* what) {
-  if (index >= numel(a)) throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
+void index_exceeds(const char* what) {
+  throw std::out_of_range(std::string(what) + ": index exceeds the number of elements");
 }
 
-const ixArray* as_struct(const ixArray* s) {
-  if (!s || s->class_id != ixSTRUCT_CLASS) throw std::invalid_argument("not a structure array");
-  return s;
-}
+void not_a_struct() { throw std::invalid_argument("not a structure array"); }
 
 }  // namespace ixtal::detail
 
@@ -81,7 +78,8 @@ ixArray* ixGetCell(const ixArray* cell, ixSize index) {
 void ixSetCell(ixArray* cell, ixSize index, ixArray* value) {
   if (cell->class_id != ixCELL_CLASS) throw std::invalid_argument("ixSetCell: not a cell array");
   check_index(cell, index, "ixSetCell");
-  ixDestroyArray(std::exchange(slots(cell)[index], value));
+  // Filling a new cell replaces nothing: no call for that.
+  if (ixArray* const old = std::exchange(slots(cell)[index], value)) ixDestroyArray(old);
 }
 int ixGetNumberOfFields(const ixArray* s) noexcept {
   return s->class_id == ixSTRUCT_CLASS ? int(field_count(s)) : 0;
@@ -120,9 +118,10 @@ int ixAddField(ixArray* s, std::string_view name) {
     for (std::size_t f = 0; f < nf; ++f) grown[i * (nf + 1) + f] = slots(s)[i * nf + f];
   try {
     // Other structures may share the list: this one gets its own.
-    auto names = std::make_shared<std::vector<std::string>>(field_names(s));
-    names->emplace_back(name);
-    extra_of(s).fields = std::move(names);
+    std::vector<std::string> names(field_names(s));
+    names.emplace_back(name);
+    const ixFieldNames* const made = make_fields(names.data(), names.data() + names.size());
+    release_fields(std::exchange(s->fields, made));
   } catch (...) {
     ixtal::release_large(grown);
     throw;

@@ -47,7 +47,7 @@ void allocate_data(ixArray* a, bool zeroed) {
 // record: scalars and short rows, most of what a document holds, made
 // without the checks of a shape that might not be a matrix. Nothing after
 // the record's block can fail.
-ixArray* make_small(ixSize m, ixSize n, ixClassID cls, std::size_t bytes) {
+[[gnu::always_inline]] inline ixArray* make_small(ixSize m, ixSize n, ixClassID cls, std::size_t bytes) {
   ixArray* a = new_record(bytes);
   a->class_id = cls;
   a->dims.assign_matrix(m, n);
@@ -125,13 +125,22 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims) {
 ixArrayExtra& extra_of(ixArray* a) {
   if (!a->extra) {
     try {
-      a->extra.reset(new ixArrayExtra);  // its members start empty: nothing to zero first
+      a->extra = new ixArrayExtra;  // its members start empty: nothing to zero first
     } catch (const std::bad_alloc&) {
       out_of_memory();
     }
   }
   return *a->extra;
 }
+
+const ixFieldNames* make_fields(const std::string* first, const std::string* last) {
+  try {
+    return new ixFieldNames{std::vector<std::string>(first, last)};
+  } catch (const std::bad_alloc&) {
+    out_of_memory();
+  }
+}
+
 
 std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n) {
   std::vector<std::size_t> order(n);
@@ -227,18 +236,13 @@ ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, 
     throw std::invalid_argument("structure creation: repeated field name \"" + names[repeated] + "\"");
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, std::size_t(nfields));
   matrix::owned_array guard(a);
-  try {
-    extra_of(a).fields = std::make_shared<const std::vector<std::string>>(names, names + nfields);
-  } catch (const std::bad_alloc&) {
-    out_of_memory();
-  }
+  a->fields = make_fields(names, names + nfields);
   return guard.release();
 }
 ixArray* ixCreateStructArrayLike(std::size_t ndim, const ixSize* dims, const ixArray* model) {
   ixArray* a = make_container(ndim, dims, ixSTRUCT_CLASS, field_count(as_struct(model)));
-  matrix::owned_array guard(a);
-  extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
-  return guard.release();
+  a->fields = share_fields(model->fields);
+  return a;
 }
 ixArray* ixCreateStructScalarLike(const ixArray* model, ixArray* const* values) {
   const std::size_t nf = field_count(as_struct(model));
@@ -251,10 +255,9 @@ ixArray* ixCreateStructScalarLike(const ixArray* model, ixArray* const* values) 
   }
   // The slots share the record's block, as a scalar's data do.
   ixArray* a = make_small(1, 1, ixSTRUCT_CLASS, bytes);
-  matrix::owned_array guard(a);
-  extra_of(a).fields = model->extra ? model->extra->fields : nullptr;
+  a->fields = share_fields(model->fields);
   std::copy_n(values, nf, slots(a));
-  return guard.release();
+  return a;
 }
 ixArray* ixCreateStructArray(std::size_t ndim, const ixSize* dims, int nfields, const char** names) {
   std::vector<std::string> v(names, names + (nfields > 0 ? nfields : 0));
@@ -299,7 +302,8 @@ ixArray* ixDuplicateArray(const ixArray* a) {
   d->complex = a->complex;
   d->sparse = a->sparse;
   d->dims = a->dims;
-  if (a->extra) extra_of(d) = *a->extra;
+  if (a->class_id == ixSTRUCT_CLASS) d->fields = share_fields(a->fields);
+  else if (a->extra) extra_of(d) = *a->extra;
   if (holds_slots(a)) {
     const std::size_t count = slot_count(a);
     d->data = new_slots(count);

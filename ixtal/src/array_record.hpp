@@ -13,33 +13,13 @@
 #include "ixtal/array.hpp"
 #include "ixtal/classes.hpp"
 #include "ixtal/errors.hpp"
+#include "record_pool.hpp"
 
 namespace ixtal::detail {
 
 // No single array may claim more than this many bytes: far beyond any real
 // machine, and small enough that size arithmetic cannot overflow.
 inline constexpr ixSize kMaxArrayBytes = ixSize(1) << 48;
-
-// Data up to this size live in the record's own block: scalars and short
-// texts, which a decoded document holds by the hundred thousand, then cost
-// one block each instead of two.
-inline constexpr std::size_t kDataInRecord = 256;
-
-// Built with a sanitizer: the runtime then takes every block from the heap
-// itself, so that the sanitizer sees each one alone.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
-#else
-inline constexpr bool kSanitized = false;
-#endif
-
-[[noreturn]] inline void out_of_memory() { boost::throw_exception(foundation::core::except::bad_alloc()); }
 
 inline std::size_t element_size(ixClassID cls) noexcept { return ixtal::info_of(cls).element_size; }
 inline bool is_numeric_class(ixClassID cls) noexcept { return ixtal::info_of(cls).numeric; }
@@ -63,11 +43,21 @@ inline bool holds_slots(const ixArray* a) noexcept {
 inline ixArray** slots(const ixArray* a) noexcept { return static_cast<ixArray**>(a->data); }
 inline const std::vector<std::string>& field_names(const ixArray* a) noexcept {
   static const std::vector<std::string> none;
-  return a->extra && a->extra->fields ? *a->extra->fields : none;
+  return a->class_id == ixSTRUCT_CLASS && a->fields ? a->fields->names : none;
 }
 inline std::size_t field_count(const ixArray* a) noexcept {
-  return a->extra && a->extra->fields ? a->extra->fields->size() : 0;
+  return a->class_id == ixSTRUCT_CLASS && a->fields ? a->fields->names.size() : 0;
 }
+// A structure made alike shares the list; the last to go frees it.
+inline const ixFieldNames* share_fields(const ixFieldNames* f) noexcept {
+  if (f) f->users.fetch_add(1, std::memory_order_relaxed);
+  return f;
+}
+inline void release_fields(const ixFieldNames* f) noexcept {
+  if (f && f->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete f;
+}
+// A new list of names, used by one structure; out-of-memory when it cannot be made.
+const ixFieldNames* make_fields(const std::string* first, const std::string* last);
 inline std::size_t slot_count(const ixArray* a) noexcept {
   if (a->class_id == ixCELL_CLASS) return numel(a);
   return a->class_id == ixSTRUCT_CLASS ? numel(a) * field_count(a) : 0;
@@ -75,24 +65,17 @@ inline std::size_t slot_count(const ixArray* a) noexcept {
 
 inline const ixArrayExtra& extra_or_none(const ixArray* a) noexcept {
   static const ixArrayExtra none;
-  return a->extra ? *a->extra : none;
+  return a->class_id != ixSTRUCT_CLASS && a->extra ? *a->extra : none;
 }
-// Made when first needed; out-of-memory when it cannot be.
+// Made when first needed, for any class but structures; out-of-memory when
+// it cannot be.
 ixArrayExtra& extra_of(ixArray* a);
 
 // The field numbers ordered by name (ties by number), so that checks over
 // all names cost n log n, not a comparison of every pair.
 std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n);
 
-// --- the record's block (array_storage.cpp) ----------------------------------
-
-// A new record with room for data_bytes of data after it in the same block
-// (data points there when data_bytes > 0), counted as alive. Raises
-// out-of-memory when the test hook says so or no memory can be had.
-ixArray* new_record(std::size_t data_bytes);
-
-// Whether the test hook refuses the next block the runtime takes (memory.cpp).
-bool allocation_refused() noexcept;
+// --- the record's block (array_storage.cpp; taking one: record_pool.hpp) ------
 
 // Zeroed room for n element slots; none for n = 0.
 ixArray** new_slots(std::size_t n);
@@ -129,10 +112,18 @@ void set_shape(ixArray* a, std::size_t ndim, const ixSize* dims);
 // A 1-by-1 array of class cls with no data, named name (null: unnamed).
 ixArray* make_named(ixClassID cls, const char* name);
 
-// std::out_of_range naming what, unless index is an element of a.
-void check_index(const ixArray* a, ixSize index, const char* what);
+// std::out_of_range naming what, unless index is an element of a. Inline:
+// every element a reader sets passes here.
+[[noreturn]] void index_exceeds(const char* what);
+inline void check_index(const ixArray* a, ixSize index, const char* what) {
+  if (__builtin_expect(index >= numel(a), 0)) index_exceeds(what);
+}
 
 // std::invalid_argument unless s is a structure array.
-const ixArray* as_struct(const ixArray* s);
+[[noreturn]] void not_a_struct();
+inline const ixArray* as_struct(const ixArray* s) {
+  if (__builtin_expect(!s || s->class_id != ixSTRUCT_CLASS, 0)) not_a_struct();
+  return s;
+}
 
 }  // namespace ixtal::detail

@@ -29,20 +29,10 @@ namespace {
 
 // --- live counts ---------------------------------------------------------------
 
-// One thread's count of arrays made less arrays destroyed (negative when it
-// destroys what others made), alone on its cache line. Only its thread
-// writes it; the hook reads all of them. Slots are never freed: a thread
-// that ends leaves its count to the next that takes the slot, so the sum
-// stays exact.
-struct alignas(64) CountSlot {
-  std::atomic<std::int64_t> live{0};
-  std::atomic<bool> taken{false};
-  CountSlot* next = nullptr;
-};
+// Slots of the threads' counts (CountSlot) are never freed: a thread that
+// ends leaves its count to the next that takes the slot, so the sum stays
+// exact.
 std::atomic<CountSlot*> g_slots{nullptr};
-// Arrays made or destroyed by a thread that has no slot: one that could not
-// get one, or that is ending and has given its slot back.
-std::atomic<std::int64_t> g_unattached{0};
 
 CountSlot* take_slot() noexcept {
   for (CountSlot* s = g_slots.load(std::memory_order_acquire); s; s = s->next) {
@@ -61,30 +51,7 @@ CountSlot* take_slot() noexcept {
   return s;
 }
 
-// Read on every creation, written only by tests: alone on its line.
-alignas(64) std::atomic<std::int64_t> g_fail_after{-1};
-
-void count_creation() {
-  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
-  while (left >= 0) {
-    if (left == 0) out_of_memory();
-    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
-  }
-}
-
 // --- the record pool -------------------------------------------------------------
-
-// A sanitizer sees each block from the heap alone: a leaked array is then
-// reported where it was made, not hidden among a pool's free blocks.
-constexpr bool kPooled = !kSanitized;
-
-// Blocks of 64 to 320 bytes, in steps of a cache line: a record and up to
-// kDataInRecord bytes of data. A record of one thread then never shares a
-// line with a record of another.
-constexpr std::size_t kLine = 64;
-constexpr unsigned kClasses = (sizeof(ixArray) + kDataInRecord + kLine - 1) / kLine;
-static_assert(kClasses < 8, "a size class fits the record's three bits");
-static_assert(sizeof(ixArray) == 48, "a scalar's record and data fill one line");
 
 // Free blocks are carved from slabs of this size and never go back to the
 // heap: the pool holds what the most records alive at once took, and what
@@ -106,12 +73,6 @@ constexpr std::size_t kSlab = std::size_t(64) << 10;
 // what others make), and then it gives up the older half.
 constexpr std::size_t kKeepLeast = std::size_t(8) << 20;
 constexpr std::size_t kKeepMost = std::size_t(64) << 20;
-
-struct FreeBlock {
-  FreeBlock* next;
-  FreeBlock* next_chain;  // in the depot: the next chain of the class
-  std::uint32_t count;    // in the depot: blocks in this chain
-};
 
 // Free blocks no thread holds, as chains of a class, taken and given a
 // chain at a time.
@@ -168,66 +129,60 @@ alignas(64) constinit Depot g_depot;
 static_assert(std::is_trivially_destructible_v<Depot>);
 Depot& depot() noexcept { return g_depot; }
 
-struct FreeList {
-  FreeBlock* head = nullptr;
-  std::uint32_t count = 0;
-  std::int64_t owned = 0;         // blocks taken from the depot less blocks put there
-  std::size_t keep = kKeepLeast;  // bytes of free blocks the thread keeps
+// Blocks change hands in refill and spill only, so the bound is worked out
+// there too: what the thread has taken and not handed on is what it had in
+// use at once.
+void owns(FreeList& list, unsigned cls, std::int64_t more) noexcept {
+  list.owned += more;
+  const std::size_t bytes = list.owned > 0 ? std::size_t(list.owned) * cls * kLine : 0;
+  list.keep = std::clamp(bytes, kKeepLeast, kKeepMost);
+}
 
-  // Blocks change hands here only, so the bound is worked out here too: what
-  // the thread has taken and not handed on is what it had in use at once.
-  void owns(unsigned cls, std::int64_t more) noexcept {
-    owned += more;
-    const std::size_t bytes = owned > 0 ? std::size_t(owned) * cls * kLine : 0;
-    keep = std::clamp(bytes, kKeepLeast, kKeepMost);
-  }
-};
+}  // namespace
 
-// What a thread keeps: its count and its free blocks.
-struct ThreadState {
-  CountSlot* counts = take_slot();
-  FreeList free[kClasses + 1];
+// Arrays made or destroyed by a thread that has no slot: one that could not
+// get one, or that is ending and has given its slot back.
+std::atomic<std::int64_t> g_unattached{0};
+// Alone on its line: read on every creation, written only by tests.
+alignas(64) std::atomic<std::int64_t> g_fail_after{-1};
 
-  ~ThreadState() {
-    for (unsigned cls = 1; cls <= kClasses; ++cls)
-      if (free[cls].head) depot().put(cls, free[cls].head, free[cls].count);
-    if (counts) counts->taken.store(false, std::memory_order_release);
-  }
 
-  void* take(unsigned cls) noexcept {
-    FreeList& list = free[cls];
-    if (!list.head) {
-      if (!(list.head = depot().take(cls, list.count))) return nullptr;
-      list.owns(cls, list.count);
-    }
-    FreeBlock* b = list.head;
-    list.head = b->next;
-    --list.count;
-    return b;
-  }
+ThreadState::ThreadState() noexcept : counts(take_slot()) {
+  for (FreeList& list : free) list.keep = kKeepLeast;
+}
 
-  void give(unsigned cls, void* block) noexcept {
-    FreeList& list = free[cls];
-    FreeBlock* b = static_cast<FreeBlock*>(block);
-    b->next = list.head;
-    list.head = b;
-    if (std::size_t(++list.count) * cls * kLine <= list.keep) return;
-    const std::uint32_t kept = list.count / 2;
-    FreeBlock* last_kept = list.head;
-    for (std::uint32_t i = 1; i < kept; ++i) last_kept = last_kept->next;
-    depot().put(cls, last_kept->next, list.count - kept);
-    list.owns(cls, -std::int64_t(list.count - kept));
-    last_kept->next = nullptr;
-    list.count = kept;
-  }
-};
+ThreadState::~ThreadState() {
+  for (unsigned cls = 1; cls <= kClasses; ++cls)
+    if (free[cls].head) depot().put(cls, free[cls].head, free[cls].count);
+  if (counts) counts->taken.store(false, std::memory_order_release);
+}
 
-// The state is reached through a plain pointer, so that the common case
-// costs one thread-local load and no guard; the object itself is made on a
-// thread's first array and given back when the thread ends. After that (a
-// thread-local of the host destroying arrays as the thread ends) the
-// thread goes without: heap blocks and the shared count.
-thread_local ThreadState* t_state = nullptr;
+void* ThreadState::refill(unsigned cls) noexcept {
+  FreeList& list = free[cls];
+  if (!(list.head = depot().take(cls, list.count))) return nullptr;
+  owns(list, cls, list.count);
+  return take(cls);
+}
+
+void ThreadState::spill(unsigned cls) noexcept {
+  FreeList& list = free[cls];
+  const std::uint32_t kept = list.count / 2;
+  FreeBlock* last_kept = list.head;
+  for (std::uint32_t i = 1; i < kept; ++i) last_kept = last_kept->next;
+  depot().put(cls, last_kept->next, list.count - kept);
+  owns(list, cls, -std::int64_t(list.count - kept));
+  last_kept->next = nullptr;
+  list.count = kept;
+}
+
+// The state itself is made on a thread's first array and given back when
+// the thread ends. After that (a thread-local of the host destroying arrays
+// as the thread ends) the thread goes without: heap blocks and the shared
+// count.
+constinit thread_local ThreadState* t_state = nullptr;
+
+namespace {
+
 thread_local bool t_ended = false;
 
 struct StateOwner {
@@ -245,18 +200,23 @@ struct StateOwner {
   return t_state;
 }
 
+void count_creation() {
+  std::int64_t left = g_fail_after.load(std::memory_order_relaxed);
+  while (left >= 0) {
+    if (left == 0) out_of_memory();
+    if (g_fail_after.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) break;
+  }
+}
+
 inline ThreadState* state() noexcept {
   ThreadState* s = t_state;
   return __builtin_expect(s != nullptr, 1) ? s : attach();
 }
 
 inline void count(ThreadState* s, std::int64_t delta) noexcept {
-  if (s && s->counts) s->counts->live.store(s->counts->live.load(std::memory_order_relaxed) + delta,
-                                            std::memory_order_relaxed);
+  if (s) s->count(delta);
   else g_unattached.fetch_add(delta, std::memory_order_relaxed);
 }
-
-inline unsigned size_class(std::size_t bytes) noexcept { return unsigned((bytes + kLine - 1) / kLine); }
 
 // A pooled block of class cls (null when no memory can be had), and back.
 // A thread without its state goes to the depot itself.
@@ -275,39 +235,42 @@ inline void give_block(unsigned cls, void* block, ThreadState* s) noexcept {
 
 // --- the record's block -------------------------------------------------------------
 
-ixArray* new_record(std::size_t data_bytes) {
+ixArray* new_record_slow(std::size_t data_bytes) {
   count_creation();
   const std::size_t bytes = sizeof(ixArray) + data_bytes;
   ThreadState* const s = state();
+  count(s, 1);
   void* block;
   unsigned cls = 0;
   if constexpr (kPooled) {
     cls = size_class(bytes);
-    if (!(block = take_block(cls, s))) out_of_memory();
+    if (!(block = take_block(cls, s))) {
+      count(s, -1);
+      out_of_memory();
+    }
   } else {
-    block = ::operator new(bytes);
+    try {
+      block = ::operator new(bytes);
+    } catch (...) {
+      count(s, -1);
+      throw;
+    }
   }
-  ixArray* a = new (block) ixArray;
-  a->block_class = cls;
-  if (data_bytes) {
-    a->data = reinterpret_cast<unsigned char*>(block) + sizeof(ixArray);
-    a->data_in_record = true;
-  }
-  count(s, 1);
-  return a;
+  return init_record(block, cls, data_bytes);
 }
-static_assert(sizeof(ixArray) + kDataInRecord <= kClasses * kLine, "every record block has a class");
-static_assert(sizeof(ixArray) % alignof(double) == 0, "data after the record are aligned for any element");
 
 namespace {
 
-// Releases a record whose contents are released already.
-void free_record(ixArray* a, ThreadState* s) noexcept {
+// Releases a record, its data and names, not the arrays it holds; counted
+// by the caller.
+[[gnu::always_inline]] inline void free_record(ixArray* a, ThreadState* s) noexcept {
+  if (!a->data_in_record && a->data) ixtal::release_large(a->data);
+  if (a->class_id == ixSTRUCT_CLASS) release_fields(a->fields);
+  else delete a->extra;
   const unsigned cls = a->block_class;
   a->~ixArray();
   if (cls) give_block(cls, a, s);
   else ::operator delete(a);
-  count(s, -1);
 }
 
 }  // namespace
@@ -339,26 +302,47 @@ void ixDestroyArray(ixArray* a) noexcept {
   if (!a) return;  // what replacing an unset element destroys
   // Iterative, so that however deep cells nest the host's stack is safe:
   // each array's elements are taken over into the work list before it dies.
-  std::vector<ixArray*> pending;
+  // The list lives on the stack until it is deep, and the count moves once.
+  // The order is the reverse of a decode's making (a container, then its
+  // elements from the last): the thread's free list then hands the next
+  // decode of the same shape the same blocks in the same order. Freeing
+  // leaves as they were met, out of that order, scattered a records
+  // decode's blocks a little more on every call and doubled its time.
   ThreadState* const s = state();
-  while (a) {
-    const std::size_t count = a->data && holds_slots(a) ? slot_count(a) : 0;
-    for (std::size_t i = 0; i < count; ++i)
-      if (ixArray* e = slots(a)[i]) {
-        try {
-          pending.push_back(e);
-        } catch (...) {
-          ixDestroyArray(e);  // no memory for the list: fall back to recursion
+  constexpr std::size_t kOnStack = 256;
+  ixArray* on_stack[kOnStack];
+  std::size_t depth = 0;
+  std::vector<ixArray*> deeper;
+  std::int64_t freed = 0;
+  for (;;) {
+    if (a->data && holds_slots(a)) {
+      ixArray* const* const el = slots(a);
+      const std::size_t n = slot_count(a);
+      for (std::size_t i = 0; i < n; ++i)
+        if (ixArray* const e = el[i]) {
+          if (deeper.empty() && depth < kOnStack) {
+            on_stack[depth++] = e;
+            continue;
+          }
+          try {
+            deeper.push_back(e);
+          } catch (...) {
+            ixDestroyArray(e);  // no memory for the list: fall back to recursion
+          }
         }
-      }
-    if (!a->data_in_record) ixtal::release_large(a->data);
+    }
     free_record(a, s);
-    a = nullptr;
-    if (!pending.empty()) {
-      a = pending.back();
-      pending.pop_back();
+    ++freed;
+    if (!deeper.empty()) {
+      a = deeper.back();
+      deeper.pop_back();
+    } else if (depth) {
+      a = on_stack[--depth];
+    } else {
+      break;
     }
   }
+  count(s, -freed);
 }
 
 // --- what only some classes hold ------------------------------------------------------

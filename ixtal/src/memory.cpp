@@ -17,11 +17,11 @@
 
 namespace ixtal {
 
-namespace {
 // Read on every block the runtime takes, written only by tests: alone on its
 // line, so that no write beside it moves the line between cores.
-alignas(64) std::atomic<testing::allocation_hook> g_hook{nullptr};
+alignas(64) std::atomic<testing::allocation_hook> detail::g_allocation_hook{nullptr};
 
+namespace {
 using detail::allocation_refused;
 
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
@@ -248,13 +248,11 @@ void* take_kept(std::size_t bytes) noexcept {
 
 }  // namespace
 
-// The runtime's own memory passes here, so that a test can make any of it fail.
-bool detail::allocation_refused() noexcept {
-  const testing::allocation_hook hook = g_hook.load(std::memory_order_relaxed);
-  return hook && hook();
+// The runtime's own memory passes allocation_refused, so that a test can make
+// any of it fail.
+void testing::set_allocation_hook(allocation_hook hook) noexcept {
+  detail::g_allocation_hook.store(hook, std::memory_order_relaxed);
 }
-
-void testing::set_allocation_hook(allocation_hook hook) noexcept { g_hook.store(hook, std::memory_order_relaxed); }
 
 void* allocate_zeroed(std::size_t count, std::size_t size) noexcept {
   if (allocation_refused()) return nullptr;

@@ -11,6 +11,7 @@
 // bits or memory cannot be had; it never returns null.
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -113,9 +114,6 @@ class IXTAL_API ixDimensionList {
 // arrays by the hundred thousand, nearly all scalars and short texts, and
 // every byte of the record is paid that many times.
 struct ixArrayExtra {
-  // Struct field names in field-number order, never changed once made:
-  // structures made alike share one list.
-  std::shared_ptr<const std::vector<std::string>> fields;
   std::vector<std::u16string> texts;  // string arrays: numel texts
   std::vector<bool> missing;          // string arrays: which elements are missing
   std::string class_name;             // function handles, opaque and class objects
@@ -125,6 +123,13 @@ struct ixArrayExtra {
   // structure has one.
   IXTAL_API static void* operator new(std::size_t bytes);
   IXTAL_API static void operator delete(void* block, std::size_t bytes) noexcept;
+};
+
+// A structure's field names in field-number order, never changed once made:
+// structures made alike share one list, which counts them.
+struct ixFieldNames {
+  std::vector<std::string> names;
+  mutable std::atomic<std::size_t> users{1};
 };
 
 // The array record. Its members are the runtime's; builtins use the
@@ -142,7 +147,18 @@ struct IXTAL_API ixArray_tag {
   // the record when they are few. Cell: numel element slots; struct:
   // numel * field count slots, element-major.
   void* data = nullptr;
-  std::unique_ptr<ixArrayExtra> extra;  // made when first needed
+  // A structure keeps its field names (null: none) in the record: a decoded
+  // document holds structures by the thousand, and a block more for each
+  // cost as much as making it. Other classes keep here what only some of
+  // them hold, made when first needed. The runtime releases either.
+  union {
+    ixArrayExtra* extra = nullptr;
+    const ixFieldNames* fields;
+  };
+
+  ixArray_tag() = default;
+  ixArray_tag(const ixArray_tag&) = delete;
+  ixArray_tag& operator=(const ixArray_tag&) = delete;
 
   // This host always holds full dimension vectors; kept for callers written
   // for hosts that complete lazily.
@@ -246,9 +262,9 @@ inline ixArrayHeader ixGetHeader(const ixArray* a) noexcept {
   if (a->class_id != ixCELL_CLASS && a->class_id != ixSTRUCT_CLASS) [[likely]] return h;
   h.data = nullptr;
   h.contents = static_cast<ixArray* const*>(a->data);
-  if (a->class_id == ixSTRUCT_CLASS && a->extra && a->extra->fields) {
-    h.nfields = int(a->extra->fields->size());
-    h.fields = a->extra->fields->data();
+  if (a->class_id == ixSTRUCT_CLASS && a->fields) {
+    h.nfields = int(a->fields->names.size());
+    h.fields = a->fields->names.data();
   }
   return h;
 }
