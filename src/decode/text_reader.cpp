@@ -127,21 +127,26 @@ matrix::owned_array TextReader::object(const Char*& p) {
   bool on_layout = true;  // the names so far are the layout's first names
   Lazy<Members> rest;
   // A record with the names of the one before, in its order: each name is
-  // expected as that record spelt it, and the member is the next field.
-  const auto expect = [&]() -> const std::string* {
+  // expected as that record spelt it, and the member is the next field,
+  // for as long as the record stays on the layout and no key makes it
+  // large notation.
+  std::size_t expected = layout.spelt.size();
+  const auto expect = [&]() -> const ExpectedName* {
     const std::size_t i = fields_.size() - mark.at;
-    return on_layout && layout.plain && i < layout.names.size() && (!rest || (!rest->k.type_at && !rest->k.data_at))
-               ? &layout.names[i]
-               : nullptr;
+    return i < expected ? &layout.spelt[i] : nullptr;
   };
   ok(g_.members(p, expect, [&](const Name& n, const Char*& q) {
+    const Char* r = q;  // see members()
     if (n.expected) {
-      push_field(value(q));
+      push_field(value(r));
+      q = r;
       return fj::kParseOk;
     }
     if (!rest) rest.make();
     g_.decode(n, rest->name);
-    member(rest->name, q, rest->k, mark.at, layout, on_layout, rest->seen);
+    member(rest->name, r, rest->k, mark.at, layout, on_layout, rest->seen);
+    q = r;
+    if (!on_layout || rest->k.type_at || rest->k.data_at) expected = 0;
     return fj::kParseOk;
   }));
   if (!rest) return plain_struct(mark.at, names_mark.at, layout, on_layout);
@@ -279,9 +284,8 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
   return large_data(q, k.type, k.dims, k.complex);
 }
 
-TextReader::Layout& TextReader::layout_at(std::size_t depth) {
+void TextReader::add_layouts(std::size_t depth) {
   while (layouts_.size() < depth) layouts_.push_back(std::make_unique<Layout>());
-  return *layouts_[depth - 1];
 }
 
 // Records of one body mostly share their names, in one order: the layout
@@ -298,21 +302,28 @@ matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names
     layout.model.reset();
     layout.names = std::move(names);
     layout.order = field_order(layout.names);
+    layout.in_order = std::is_sorted(layout.order.begin(), layout.order.end());
     // Names the text may spell as they stand, none of them read by large
     // notation: a record on such a layout is read by its names alone.
-    layout.plain = std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
-      return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
-               return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
-             });
-    });
+    layout.spelt.clear();
+    if (std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
+          return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
+                   return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+                 });
+        }))
+      for (const std::string& name : layout.names) layout.spelt.emplace_back(name);
     std::vector<std::string> sorted;
     for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
     const ixSize none[2] = {0, 0};
     layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
   }
-  values_.clear();
-  for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
-  matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values_.data()));
+  ixArray* const* values = fields_.data() + mark;  // in field order already when the names came so
+  if (!layout.in_order) {
+    values_.clear();
+    for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
+    values = values_.data();
+  }
+  matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values));
   fields_.resize(mark);  // the structure holds them from here
   return s;
 }

@@ -41,13 +41,15 @@ class TextReader {
   }
   static matrix::owned_array owned(ixArray* a) { return matrix::owned_array(a); }
 
+  using Name = dovra_json::detail::Grammar<Char>::Name;
+  using ExpectedName = dovra_json::detail::Grammar<Char>::ExpectedName;
   struct Layout {
     std::vector<std::string> names;       // as the text lists them
     std::vector<std::size_t> order;       // field k's member
     matrix::owned_array model;            // a structure with the fields, in field order
-    bool plain = false;                   // see plain_struct
+    std::vector<ExpectedName> spelt;      // the names to expect, when the text may spell them as they stand
+    bool in_order = false;                // order is the members' own: field k is member k
   };
-  using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
   struct Members;
 
@@ -166,7 +168,11 @@ class TextReader {
   bool repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout, Names& seen);
   bool read_size(const Char*& p, dims_vector& dims);
   matrix::owned_array large(DecidingKeys& k);
-  Layout& layout_at(std::size_t depth);
+  Layout& layout_at(std::size_t depth) {
+    if (depth > layouts_.size()) add_layouts(depth);
+    return *layouts_[depth - 1];
+  }
+  void add_layouts(std::size_t depth);
   matrix::owned_array plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout, bool on_layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
