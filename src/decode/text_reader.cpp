@@ -50,11 +50,7 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
   if (p == g_.end()) decline();
   switch (const Token t = g_.token(*p)) {
     case Token::kString: return char_row(string_units(p));
-    case Token::kNumber: {
-      double d;
-      ok(g_.number(p, d));
-      return scalar(d);
-    }
+    case Token::kNumber: return number(p);
     case Token::kTrue:
     case Token::kFalse:
       ok(g_.literal(p, t));
@@ -63,6 +59,14 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
     case Token::kObject: return object(p);
     default: decline();  // null, and what is no value
   }
+}
+
+// Apart from value(), whose other cases then need none of the registers
+// the number's reading takes.
+matrix::owned_array TextReader::number(const Char*& p) {
+  double d;
+  ok(g_.number(p, d));
+  return scalar(d);
 }
 
 std::u16string_view TextReader::string_units(const Char*& p) {

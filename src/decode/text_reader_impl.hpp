@@ -157,6 +157,7 @@ class TextReader {
 
   // text_reader.cpp
   matrix::owned_array value(const Char*& p, bool whole = false);
+  [[gnu::noinline]] matrix::owned_array number(const Char*& p);
   // The string at p's units: a view of the text, or of units_ until the
   // next call.
   std::u16string_view string_units(const Char*& p);

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -72,10 +73,12 @@ class Grammar : public NumberGrammar<Char> {
   // The word of kTrue, kFalse or kNull at p. A word that does not match
   // fails where it starts, as a string would.
   ParseResult literal(const Char*& p, Token t) const noexcept {
+    static constexpr Char kTrue[] = {'t', 'r', 'u', 'e'}, kFalse[] = {'f', 'a', 'l', 's', 'e'},
+                          kNull[] = {'n', 'u', 'l', 'l'};
     switch (t) {
-      case Token::kTrue: return word(p, "true");
-      case Token::kFalse: return word(p, "false");
-      default: return word(p, "null");
+      case Token::kTrue: return word(p, kTrue);
+      case Token::kFalse: return word(p, kFalse);
+      default: return word(p, kNull);
     }
   }
 
@@ -357,11 +360,9 @@ class Grammar : public NumberGrammar<Char> {
 
   // The word w at p, or the failure of literal().
   template <std::size_t N>
-  ParseResult word(const Char*& p, const char (&w)[N]) const noexcept {
-    constexpr std::size_t n = N - 1;
-    if (std::size_t(end_ - p) < n || !std::equal(w, w + n, p, [](char c, Char u) { return Char(c) == u; }))
-      return foundation::json::kStringExpected;
-    p += n;
+  ParseResult word(const Char*& p, const Char (&w)[N]) const noexcept {
+    if (std::size_t(end_ - p) < N || std::memcmp(p, w, sizeof w) != 0) return foundation::json::kStringExpected;
+    p += N;
     return foundation::json::kParseOk;
   }
 
