@@ -297,39 +297,42 @@ void TextReader::add_layouts(std::size_t depth) {
 // is made with its values in one call, sharing its field names.
 matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout,
                                             bool on_layout) {
-  const auto first = fields_.begin() + std::ptrdiff_t(mark);
   const std::size_t n = fields_.size() - mark;
   // on_layout: each name was found equal to the layout's, in its place.
-  if (!layout.model || !on_layout || n != layout.names.size()) {
-    std::vector<std::string> names;
-    for (std::size_t f = 0; f < n; ++f) names.push_back(on_layout ? layout.names[f] : field_names_[names_mark + f]);
-    layout.model.reset();
-    layout.names = std::move(names);
-    layout.order = field_order(layout.names);
-    layout.in_order = std::is_sorted(layout.order.begin(), layout.order.end());
-    // Names the text may spell as they stand, none of them read by large
-    // notation: a record on such a layout is read by its names alone.
-    layout.spelt.clear();
-    if (std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
-          return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
-                   return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
-                 });
-        }))
-      for (const std::string& name : layout.names) layout.spelt.emplace_back(name);
-    std::vector<std::string> sorted;
-    for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
-    const ixSize none[2] = {0, 0};
-    layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
-  }
-  ixArray* const* values = fields_.data() + mark;  // in field order already when the names came so
-  if (!layout.in_order) {
-    values_.clear();
-    for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
-    values = values_.data();
-  }
-  matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values));
-  fields_.resize(mark);  // the structure holds them from here
+  if (!layout.model || !on_layout || n != layout.names.size()) new_layout(n, names_mark, layout, on_layout);
+  // The values are in field order already where the names came so.
+  matrix::owned_array s(ixCreateStructScalarLike(
+      layout.model.get(), layout.in_order ? fields_.data() + mark : in_field_order(mark, layout)));
+  fields_.erase(fields_.begin() + std::ptrdiff_t(mark), fields_.end());  // the structure holds them from here
   return s;
+}
+
+void TextReader::new_layout(std::size_t n, std::size_t names_mark, Layout& layout, bool on_layout) {
+  std::vector<std::string> names;
+  for (std::size_t f = 0; f < n; ++f) names.push_back(on_layout ? layout.names[f] : field_names_[names_mark + f]);
+  layout.model.reset();
+  layout.names = std::move(names);
+  layout.order = field_order(layout.names);
+  layout.in_order = std::is_sorted(layout.order.begin(), layout.order.end());
+  // Names the text may spell as they stand, none of them read by large
+  // notation: a record on such a layout is read by its names alone.
+  layout.spelt.clear();
+  if (std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
+        return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
+                 return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+               });
+      }))
+    for (const std::string& name : layout.names) layout.spelt.emplace_back(name);
+  std::vector<std::string> sorted;
+  for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
+  const ixSize none[2] = {0, 0};
+  layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
+}
+
+ixArray* const* TextReader::in_field_order(std::size_t mark, const Layout& layout) {
+  values_.clear();
+  for (std::size_t i : layout.order) values_.push_back(fields_[mark + i]);
+  return values_.data();
 }
 
 matrix::owned_array TextReader::cell_from_stack(const dims_vector& dims, std::size_t mark) {

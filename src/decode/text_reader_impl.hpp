@@ -175,6 +175,8 @@ class TextReader {
   }
   void add_layouts(std::size_t depth);
   matrix::owned_array plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout, bool on_layout);
+  [[gnu::noinline]] void new_layout(std::size_t n, std::size_t names_mark, Layout& layout, bool on_layout);
+  [[gnu::noinline]] ixArray* const* in_field_order(std::size_t mark, const Layout& layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp
