@@ -80,6 +80,10 @@ std::u16string_view TextReader::string_units(const Char*& p) {
     p = q + 1;
     return {first, std::size_t(q - first)};
   }
+  return escaped_units(p);
+}
+
+std::u16string_view TextReader::escaped_units(const Char*& p) {
   units_.clear();
   ok(g_.string(p, units_));
   return units_.units();

@@ -161,6 +161,7 @@ class TextReader {
   // The string at p's units: a view of the text, or of units_ until the
   // next call.
   std::u16string_view string_units(const Char*& p);
+  [[gnu::noinline]] std::u16string_view escaped_units(const Char*& p);  // the rest: apart, so that the above inlines
   static matrix::owned_array char_row(std::u16string_view units);
   std::string utf8_string(const Char*& p);
   matrix::owned_array object(const Char*& p);

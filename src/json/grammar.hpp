@@ -237,13 +237,22 @@ class Grammar : public NumberGrammar<Char> {
     if (p == end_) return foundation::json::kUnexpectedEnd;
     if (*p != '}') {
       for (;;) {
+        // A name spelt as expected starts with its quote: white space
+        // before a name (none in compact text) is skipped only when the
+        // name is not taken so.
         Name name;
         const ExpectedName* const e = expect();
         if (!(e && take_expected(p, *e, name))) {
-          const Char* q = p;
-          const ParseResult r = member_name(q, name);
-          p = q;
-          if (r != foundation::json::kParseOk) return r;
+          skip_white_space(p);
+          if (!(e && take_expected(p, *e, name))) {
+            // Through copies, so that the cursor and name stay in registers.
+            const Char* q = p;
+            Name scanned;
+            const ParseResult r = member_name(q, scanned);
+            p = q;
+            if (r != foundation::json::kParseOk) return r;
+            name = scanned;
+          }
         }
         // Compact text puts the colon and the comma right after what comes
         // before them, and neither is white space: tested first.
@@ -263,7 +272,6 @@ class Grammar : public NumberGrammar<Char> {
           if (*p != ',') return foundation::json::kCommaOrBraceExpected;
         }
         ++p;
-        skip_white_space(p);
       }
     }
     ++p;
