@@ -121,6 +121,11 @@ struct TextReader::DecidingKeys {
 // keys, and the names given once it has left the layout. A record on its
 // layout has none of them and pays nothing for them.
 struct TextReader::Members {
+  // The object's marks on the stacks only such members push on.
+  Members(std::vector<std::string>& field_names, std::vector<matrix::owned_array>& elements)
+      : names_mark(field_names), pending_mark(elements) {}
+  const NameMark names_mark;
+  const Mark pending_mark;
   DecidingKeys k;
   Names seen;
   std::string name;
@@ -128,8 +133,6 @@ struct TextReader::Members {
 
 matrix::owned_array TextReader::object(const Char*& p) {
   const ArrayMark mark(fields_);
-  const NameMark names_mark(field_names_);
-  const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
@@ -150,26 +153,28 @@ matrix::owned_array TextReader::object(const Char*& p) {
       q = r;
       return fj::kParseOk;
     }
-    if (!rest) rest.make();
+    if (!rest) rest.make(field_names_, elements_);  // as they were when the object began: values leave them so
     g_.decode(n, rest->name);
     member(rest->name, r, rest->k, mark.at, layout, on_layout, rest->seen);
     q = r;
     if (!on_layout || rest->k.type_at || rest->k.data_at) expected = 0;
     return fj::kParseOk;
   }));
-  if (!rest) return plain_struct(mark.at, names_mark.at, layout, on_layout);
-  DecidingKeys& k = rest->k;
-  switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
-    case ObjectRole::kLarge: return large(k);
-    case ObjectRole::kSpecialFloat: {
-      const Char* q = k.data_at;
-      double x;
-      if (!special_float_value(utf8_string(q), x)) decline();
-      return scalar(x);
+  if (rest) {
+    DecidingKeys& k = rest->k;
+    switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
+      case ObjectRole::kLarge: return large(k);
+      case ObjectRole::kSpecialFloat: {
+        const Char* q = k.data_at;
+        double x;
+        if (!special_float_value(utf8_string(q), x)) decline();
+        return scalar(x);
+      }
+      case ObjectRole::kPlainStruct: break;
     }
-    case ObjectRole::kPlainStruct: break;
   }
-  return plain_struct(mark.at, names_mark.at, layout, on_layout);
+  // Off the layout only with rest made: its names are those given from its mark.
+  return plain_struct(mark.at, rest ? rest->names_mark.at : field_names_.size(), layout, on_layout);
 }
 
 void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, const Layout& layout,

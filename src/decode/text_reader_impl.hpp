@@ -117,8 +117,9 @@ class TextReader {
     }
     Lazy(const Lazy&) = delete;
     Lazy& operator=(const Lazy&) = delete;
-    void make() {
-      new (&value_) T();
+    template <class... Args>
+    void make(Args&... args) {
+      new (&value_) T(args...);
       made_ = true;
     }
     explicit operator bool() const noexcept { return made_; }
