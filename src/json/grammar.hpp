@@ -240,20 +240,20 @@ class Grammar : public NumberGrammar<Char> {
         // A name spelt as expected starts with its quote: white space
         // before a name (none in compact text) is skipped only when the
         // name is not taken so.
-        Name name;
+        Name scanned;  // a name not taken as expected
         const ExpectedName* const e = expect();
-        if (!(e && take_expected(p, *e, name))) {
+        bool taken = e && take_expected(p, *e);
+        if (!taken) {
           skip_white_space(p);
-          if (!(e && take_expected(p, *e, name))) {
-            // Through copies, so that the cursor and name stay in registers.
-            const Char* q = p;
-            Name scanned;
+          taken = e && take_expected(p, *e);
+          if (!taken) {
+            const Char* q = p;  // through a copy, so that the cursor stays in a register
             const ParseResult r = member_name(q, scanned);
             p = q;
             if (r != foundation::json::kParseOk) return r;
-            name = scanned;
           }
         }
+        const Char* const after_name = p;
         // Compact text puts the colon and the comma right after what comes
         // before them, and neither is white space: tested first.
         if (!at(p, ':')) {
@@ -264,7 +264,11 @@ class Grammar : public NumberGrammar<Char> {
         ++p;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (const ParseResult r = member(std::as_const(name), p); r != foundation::json::kParseOk) return r;
+        // Two calls, so that each sees whether its name was expected
+        // without a test, and an expected name is never stored.
+        const ParseResult r = taken ? member(Name{after_name - e->units_ + 1, after_name - 1, true, true}, p)
+                                    : member(std::as_const(scanned), p);
+        if (r != foundation::json::kParseOk) return r;
         if (!at(p, ',')) {
           skip_white_space(p);
           if (p == end_) return foundation::json::kUnexpectedEnd;
@@ -341,11 +345,10 @@ class Grammar : public NumberGrammar<Char> {
     return foundation::json::kParseOk;
   }
 
-  // The name at p when it is e, spelt as it stands.
-  bool take_expected(const Char*& p, const ExpectedName& e, Name& n) const noexcept {
+  // Whether the name at p is e, spelt as it stands; if so, p goes past it.
+  bool take_expected(const Char*& p, const ExpectedName& e) const noexcept {
     const std::size_t units = e.units_;
     if (std::size_t(end_ - p) < units || !same_units(p, e, std::size_t(end_ - p))) return false;
-    n = {p + 1, p + units - 1, true, true};
     p += units;
     return true;
   }
@@ -355,8 +358,9 @@ class Grammar : public NumberGrammar<Char> {
   static bool same_units(const Char* p, const ExpectedName& e, std::size_t room) noexcept {
 #if defined(__SSE2__)
     if (room >= ExpectedName::kPerBlock) {
-      const unsigned equal = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(
-          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), _mm_load_si128(reinterpret_cast<const __m128i*>(e.first_)))));
+      const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i want = _mm_load_si128(reinterpret_cast<const __m128i*>(e.first_));
+      const unsigned equal = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(text, want)));
       return (equal & e.first_bytes_) == e.first_bytes_ &&
              std::equal(e.rest_.begin(), e.rest_.end(), p + ExpectedName::kPerBlock);
     }
