@@ -162,7 +162,9 @@ class TextReader {
   // The string at p's units: a view of the text, or of units_ until the
   // next call.
   std::u16string_view string_units(const Char*& p);
-  [[gnu::noinline]] std::u16string_view escaped_units(const Char*& p);  // the rest: apart, so that the above inlines
+  // A string with escapes or surrogates, apart: the plain case then saves
+  // none of the registers its reading takes.
+  [[gnu::noinline]] std::u16string_view escaped_units(const Char*& p);
   static matrix::owned_array char_row(std::u16string_view units);
   std::string utf8_string(const Char*& p);
   matrix::owned_array object(const Char*& p);
