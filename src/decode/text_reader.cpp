@@ -50,11 +50,7 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
   if (p == g_.end()) decline();
   switch (const Token t = g_.token(*p)) {
     case Token::kString: return char_row(string_units(p));
-    case Token::kNumber: {
-      double d;
-      ok(g_.number(p, d));
-      return scalar(d);
-    }
+    case Token::kNumber: return number(p);
     case Token::kTrue:
     case Token::kFalse:
       ok(g_.literal(p, t));
@@ -63,6 +59,14 @@ matrix::owned_array TextReader::value(const Char*& p, bool whole) {
     case Token::kObject: return object(p);
     default: decline();  // null, and what is no value
   }
+}
+
+// Apart from value(), whose other cases then need none of the registers
+// the number's reading takes.
+matrix::owned_array TextReader::number(const Char*& p) {
+  double d;
+  ok(g_.number(p, d));
+  return scalar(d);
 }
 
 std::u16string_view TextReader::string_units(const Char*& p) {
@@ -76,6 +80,10 @@ std::u16string_view TextReader::string_units(const Char*& p) {
     p = q + 1;
     return {first, std::size_t(q - first)};
   }
+  return escaped_units(p);
+}
+
+std::u16string_view TextReader::escaped_units(const Char*& p) {
   units_.clear();
   ok(g_.string(p, units_));
   return units_.units();
@@ -113,6 +121,11 @@ struct TextReader::DecidingKeys {
 // keys, and the names given once it has left the layout. A record on its
 // layout has none of them and pays nothing for them.
 struct TextReader::Members {
+  // The object's marks on the stacks only such members push on.
+  Members(std::vector<std::string>& field_names, std::vector<matrix::owned_array>& elements)
+      : names_mark(field_names), pending_mark(elements) {}
+  const NameMark names_mark;
+  const Mark pending_mark;
   DecidingKeys k;
   Names seen;
   std::string name;
@@ -120,43 +133,48 @@ struct TextReader::Members {
 
 matrix::owned_array TextReader::object(const Char*& p) {
   const ArrayMark mark(fields_);
-  const NameMark names_mark(field_names_);
-  const Mark pending_mark(elements_);
   const Depth depth(record_depth_);
   Layout& layout = layout_at(record_depth_);
   bool on_layout = true;  // the names so far are the layout's first names
   Lazy<Members> rest;
   // A record with the names of the one before, in its order: each name is
-  // expected as that record spelt it, and the member is the next field.
-  const auto expect = [&]() -> const std::string* {
+  // expected as that record spelt it, and the member is the next field,
+  // for as long as the record stays on the layout and no key makes it
+  // large notation.
+  std::size_t expected = layout.spelt.size();
+  const auto expect = [&]() -> const ExpectedName* {
     const std::size_t i = fields_.size() - mark.at;
-    return on_layout && layout.plain && i < layout.names.size() && (!rest || (!rest->k.type_at && !rest->k.data_at))
-               ? &layout.names[i]
-               : nullptr;
+    return i < expected ? &layout.spelt[i] : nullptr;
   };
   ok(g_.members(p, expect, [&](const Name& n, const Char*& q) {
+    const Char* r = q;  // see members()
     if (n.expected) {
-      push_field(value(q));
+      push_field(value(r));
+      q = r;
       return fj::kParseOk;
     }
-    if (!rest) rest.make();
+    if (!rest) rest.make(field_names_, elements_);  // as they were when the object began: values leave them so
     g_.decode(n, rest->name);
-    member(rest->name, q, rest->k, mark.at, layout, on_layout, rest->seen);
+    member(rest->name, r, rest->k, mark.at, layout, on_layout, rest->seen);
+    q = r;
+    if (!on_layout || rest->k.type_at || rest->k.data_at) expected = 0;
     return fj::kParseOk;
   }));
-  if (!rest) return plain_struct(mark.at, names_mark.at, layout, on_layout);
-  DecidingKeys& k = rest->k;
-  switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
-    case ObjectRole::kLarge: return large(k);
-    case ObjectRole::kSpecialFloat: {
-      const Char* q = k.data_at;
-      double x;
-      if (!special_float_value(utf8_string(q), x)) decline();
-      return scalar(x);
+  if (rest) {
+    DecidingKeys& k = rest->k;
+    switch (object_role(k.type_at != nullptr, k.data_at != nullptr)) {
+      case ObjectRole::kLarge: return large(k);
+      case ObjectRole::kSpecialFloat: {
+        const Char* q = k.data_at;
+        double x;
+        if (!special_float_value(utf8_string(q), x)) decline();
+        return scalar(x);
+      }
+      case ObjectRole::kPlainStruct: break;
     }
-    case ObjectRole::kPlainStruct: break;
   }
-  return plain_struct(mark.at, names_mark.at, layout, on_layout);
+  // Off the layout only with rest made: its names are those given from its mark.
+  return plain_struct(mark.at, rest ? rest->names_mark.at : field_names_.size(), layout, on_layout);
 }
 
 void TextReader::member(std::string& key, const Char*& q, DecidingKeys& k, std::size_t mark, const Layout& layout,
@@ -279,9 +297,8 @@ matrix::owned_array TextReader::large(DecidingKeys& k) {
   return large_data(q, k.type, k.dims, k.complex);
 }
 
-TextReader::Layout& TextReader::layout_at(std::size_t depth) {
+void TextReader::add_layouts(std::size_t depth) {
   while (layouts_.size() < depth) layouts_.push_back(std::make_unique<Layout>());
-  return *layouts_[depth - 1];
 }
 
 // Records of one body mostly share their names, in one order: the layout
@@ -289,32 +306,42 @@ TextReader::Layout& TextReader::layout_at(std::size_t depth) {
 // is made with its values in one call, sharing its field names.
 matrix::owned_array TextReader::plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout,
                                             bool on_layout) {
-  const auto first = fields_.begin() + std::ptrdiff_t(mark);
   const std::size_t n = fields_.size() - mark;
   // on_layout: each name was found equal to the layout's, in its place.
-  if (!layout.model || !on_layout || n != layout.names.size()) {
-    std::vector<std::string> names;
-    for (std::size_t f = 0; f < n; ++f) names.push_back(on_layout ? layout.names[f] : field_names_[names_mark + f]);
-    layout.model.reset();
-    layout.names = std::move(names);
-    layout.order = field_order(layout.names);
-    // Names the text may spell as they stand, none of them read by large
-    // notation: a record on such a layout is read by its names alone.
-    layout.plain = std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
-      return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
-               return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
-             });
-    });
-    std::vector<std::string> sorted;
-    for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
-    const ixSize none[2] = {0, 0};
-    layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
-  }
-  values_.clear();
-  for (std::size_t f = 0; f < n; ++f) values_.push_back(first[std::ptrdiff_t(layout.order[f])]);
-  matrix::owned_array s(ixCreateStructScalarLike(layout.model.get(), values_.data()));
-  fields_.resize(mark);  // the structure holds them from here
+  if (!layout.model || !on_layout || n != layout.names.size()) new_layout(n, names_mark, layout, on_layout);
+  // The values are in field order already where the names came so.
+  matrix::owned_array s(ixCreateStructScalarLike(
+      layout.model.get(), layout.in_order ? fields_.data() + mark : in_field_order(mark, layout)));
+  fields_.erase(fields_.begin() + std::ptrdiff_t(mark), fields_.end());  // the structure holds them from here
   return s;
+}
+
+void TextReader::new_layout(std::size_t n, std::size_t names_mark, Layout& layout, bool on_layout) {
+  std::vector<std::string> names;
+  for (std::size_t f = 0; f < n; ++f) names.push_back(on_layout ? layout.names[f] : field_names_[names_mark + f]);
+  layout.model.reset();
+  layout.names = std::move(names);
+  layout.order = field_order(layout.names);
+  layout.in_order = std::is_sorted(layout.order.begin(), layout.order.end());
+  // Names the text may spell as they stand, none of them read by large
+  // notation: a record on such a layout is read by its names alone.
+  layout.spelt.clear();
+  if (std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
+        return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
+                 return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+               });
+      }))
+    for (const std::string& name : layout.names) layout.spelt.emplace_back(name);
+  std::vector<std::string> sorted;
+  for (std::size_t i : layout.order) sorted.push_back(layout.names[i]);
+  const ixSize none[2] = {0, 0};
+  layout.model.reset(ixCreateStructArray(2, none, int(n), sorted.data()));
+}
+
+ixArray* const* TextReader::in_field_order(std::size_t mark, const Layout& layout) {
+  values_.clear();
+  for (std::size_t i : layout.order) values_.push_back(fields_[mark + i]);
+  return values_.data();
 }
 
 matrix::owned_array TextReader::cell_from_stack(const dims_vector& dims, std::size_t mark) {

@@ -41,13 +41,15 @@ class TextReader {
   }
   static matrix::owned_array owned(ixArray* a) { return matrix::owned_array(a); }
 
+  using Name = dovra_json::detail::Grammar<Char>::Name;
+  using ExpectedName = dovra_json::detail::Grammar<Char>::ExpectedName;
   struct Layout {
     std::vector<std::string> names;       // as the text lists them
     std::vector<std::size_t> order;       // field k's member
     matrix::owned_array model;            // a structure with the fields, in field order
-    bool plain = false;                   // see plain_struct
+    std::vector<ExpectedName> spelt;      // the names to expect, when the text may spell them as they stand
+    bool in_order = false;                // order is the members' own: field k is member k
   };
-  using Name = dovra_json::detail::Grammar<Char>::Name;
   struct DecidingKeys;
   struct Members;
 
@@ -115,8 +117,9 @@ class TextReader {
     }
     Lazy(const Lazy&) = delete;
     Lazy& operator=(const Lazy&) = delete;
-    void make() {
-      new (&value_) T();
+    template <class... Args>
+    void make(Args&... args) {
+      new (&value_) T(args...);
       made_ = true;
     }
     explicit operator bool() const noexcept { return made_; }
@@ -155,9 +158,13 @@ class TextReader {
 
   // text_reader.cpp
   matrix::owned_array value(const Char*& p, bool whole = false);
+  [[gnu::noinline]] matrix::owned_array number(const Char*& p);
   // The string at p's units: a view of the text, or of units_ until the
   // next call.
   std::u16string_view string_units(const Char*& p);
+  // A string with escapes or surrogates, apart: the plain case then saves
+  // none of the registers its reading takes.
+  [[gnu::noinline]] std::u16string_view escaped_units(const Char*& p);
   static matrix::owned_array char_row(std::u16string_view units);
   std::string utf8_string(const Char*& p);
   matrix::owned_array object(const Char*& p);
@@ -166,8 +173,14 @@ class TextReader {
   bool repeated(const std::string& key, std::size_t mark, const Layout& layout, bool& on_layout, Names& seen);
   bool read_size(const Char*& p, dims_vector& dims);
   matrix::owned_array large(DecidingKeys& k);
-  Layout& layout_at(std::size_t depth);
+  Layout& layout_at(std::size_t depth) {
+    if (depth > layouts_.size()) add_layouts(depth);
+    return *layouts_[depth - 1];
+  }
+  void add_layouts(std::size_t depth);
   matrix::owned_array plain_struct(std::size_t mark, std::size_t names_mark, Layout& layout, bool on_layout);
+  [[gnu::noinline]] void new_layout(std::size_t n, std::size_t names_mark, Layout& layout, bool on_layout);
+  [[gnu::noinline]] ixArray* const* in_field_order(std::size_t mark, const Layout& layout);
   matrix::owned_array cell_from_stack(const dims_vector& dims, std::size_t mark);
 
   // text_data.cpp

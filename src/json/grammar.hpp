@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -72,12 +73,13 @@ class Grammar : public NumberGrammar<Char> {
   // The word of kTrue, kFalse or kNull at p. A word that does not match
   // fails where it starts, as a string would.
   ParseResult literal(const Char*& p, Token t) const noexcept {
-    static constexpr const char* kWords[] = {"true", "false", "null"};
-    const char* word = kWords[int(t) - int(Token::kTrue)];
-    const std::size_t n = std::strlen(word);
-    if (std::size_t(end_ - p) < n || !std::equal(word, word + n, p)) return foundation::json::kStringExpected;
-    p += n;
-    return foundation::json::kParseOk;
+    static constexpr Char kTrue[] = {'t', 'r', 'u', 'e'}, kFalse[] = {'f', 'a', 'l', 's', 'e'},
+                          kNull[] = {'n', 'u', 'l', 'l'};
+    switch (t) {
+      case Token::kTrue: return word(p, kTrue);
+      case Token::kFalse: return word(p, kFalse);
+      default: return word(p, kNull);
+    }
   }
 
   // The string at p into out: a sink with append_run (content as it
@@ -118,10 +120,12 @@ class Grammar : public NumberGrammar<Char> {
     if (*p != ']') {
       for (;;) {
         if (const ParseResult r = element(p); r != foundation::json::kParseOk) return r;
-        skip_white_space(p);
-        if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (*p == ']') break;
-        if (*p != ',') return foundation::json::kCommaOrBracketExpected;
+        if (!at(p, ',')) {  // as in members
+          skip_white_space(p);
+          if (p == end_) return foundation::json::kUnexpectedEnd;
+          if (*p == ']') break;
+          if (*p != ',') return foundation::json::kCommaOrBracketExpected;
+        }
         ++p;
         skip_white_space(p);
         if (p == end_) return foundation::json::kUnexpectedEnd;
@@ -169,46 +173,47 @@ class Grammar : public NumberGrammar<Char> {
   // counts is the handler's rule.
   template <class Member>
   ParseResult members(const Char*& p, Member&& member) {
-    return members(p, [] { return static_cast<const std::string*>(nullptr); }, member);
+    return members(p, [] { return static_cast<const ExpectedName*>(nullptr); }, member);
   }
 
-  // The same, with expect() giving before each name the one the handler
-  // expects there, or null: ASCII with no '"' or '\\', so that the string
-  // rule reads it as itself. Spelt so in the text, it is taken whole and
-  // marked expected, with no scan. Records of one layout mostly give their
-  // names as the record before did.
-  template <class Expect, class Member>
-  ParseResult members(const Char*& p, Expect&& expect, Member&& member) {
-    if (p == end_) return foundation::json::kUnexpectedEnd;
-    if (*p != '{') return foundation::json::kObjectExpected;
-    if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
-    const Level level(depth_);
-    ++p;
-    skip_white_space(p);
-    if (p == end_) return foundation::json::kUnexpectedEnd;
-    if (*p != '}') {
-      for (;;) {
-        Name name;
-        const std::string* const e = expect();
-        if (!(e && take_expected(p, *e, name)))
-          if (const ParseResult r = member_name(p, name); r != foundation::json::kParseOk) return r;
-        skip_white_space(p);
-        if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (*p != ':') return foundation::json::kColonExpected;
-        ++p;
-        skip_white_space(p);
-        if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (const ParseResult r = member(std::as_const(name), p); r != foundation::json::kParseOk) return r;
-        skip_white_space(p);
-        if (p == end_) return foundation::json::kUnexpectedEnd;
-        if (*p == '}') break;
-        if (*p != ',') return foundation::json::kCommaOrBraceExpected;
-        ++p;
-        skip_white_space(p);
-      }
+  // A name a handler expects: ASCII with no '"' or '\\', so that the
+  // string rule reads it as itself. Kept as the text spells it, quotes and
+  // all, in blocks of 16 bytes (zeros after the closing quote), so that
+  // most names are compared in one step.
+  class ExpectedName {
+   public:
+    explicit ExpectedName(std::string_view name) : units_(name.size() + 2) {
+      std::basic_string<Char> quoted(units_, Char('"'));
+      std::copy(name.begin(), name.end(), quoted.begin() + 1);
+      const std::size_t first = std::min(units_, kPerBlock);
+      std::copy(quoted.begin(), quoted.begin() + std::ptrdiff_t(first), first_);
+      std::fill(first_ + first, first_ + kPerBlock, Char(0));
+      first_bytes_ = first * sizeof(Char) == 16 ? 0xFFFFu : (1u << (first * sizeof(Char))) - 1;
+      rest_.assign(quoted.begin() + std::ptrdiff_t(first), quoted.end());
     }
-    ++p;
-    return foundation::json::kParseOk;
+
+   private:
+    friend class Grammar;
+    static constexpr std::size_t kPerBlock = 16 / sizeof(Char);
+    alignas(16) Char first_[kPerBlock];  // the first units, zeros after the last
+    unsigned first_bytes_;              // the bits of first_'s bytes that count
+    std::size_t units_;                 // with the quotes
+    std::basic_string<Char> rest_;      // the units after first_'s
+  };
+
+  // The same, with expect() giving before each name the one the handler
+  // expects there (an ExpectedName), or null. Spelt so in the text, it is
+  // taken whole and marked expected, with no scan. Records of one layout
+  // mostly give their names as the record before did.
+  template <class Expect, class Member>
+  ParseResult members(const Char*& cursor, Expect&& expect, Member&& member) {
+    // The loop keeps the cursor in a local that nothing outside it sees,
+    // so that it stays in a register: the caller's may live in memory. A
+    // handler that hands it on to a call does so through a copy.
+    const Char* p = cursor;
+    const ParseResult r = member_loop(p, expect, member);
+    cursor = p;
+    return r;
   }
 
   // The same, each name decoded into name (as UTF-8) for member(name, p).
@@ -220,6 +225,64 @@ class Grammar : public NumberGrammar<Char> {
     });
   }
 
+ private:
+  template <class Expect, class Member>
+  [[gnu::always_inline]] ParseResult member_loop(const Char*& p, Expect& expect, Member& member) {
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '{') return foundation::json::kObjectExpected;
+    if (depth_ >= kMaxNestingDepth) return foundation::json::kNestingTooDeep;
+    const Level level(depth_);
+    ++p;
+    skip_white_space(p);
+    if (p == end_) return foundation::json::kUnexpectedEnd;
+    if (*p != '}') {
+      for (;;) {
+        // A name spelt as expected starts with its quote: white space
+        // before a name (none in compact text) is skipped only when the
+        // name is not taken so.
+        Name scanned;  // a name not taken as expected
+        const ExpectedName* const e = expect();
+        bool taken = e && take_expected(p, *e);
+        if (!taken) {
+          skip_white_space(p);
+          taken = e && take_expected(p, *e);
+          if (!taken) {
+            const Char* q = p;  // through a copy, so that the cursor stays in a register
+            const ParseResult r = member_name(q, scanned);
+            p = q;
+            if (r != foundation::json::kParseOk) return r;
+          }
+        }
+        const Char* const after_name = p;
+        // Compact text puts the colon and the comma right after what comes
+        // before them, and neither is white space: tested first.
+        if (!at(p, ':')) {
+          skip_white_space(p);
+          if (p == end_) return foundation::json::kUnexpectedEnd;
+          if (*p != ':') return foundation::json::kColonExpected;
+        }
+        ++p;
+        skip_white_space(p);
+        if (p == end_) return foundation::json::kUnexpectedEnd;
+        // Two calls, so that each sees whether its name was expected
+        // without a test, and an expected name is never stored.
+        const ParseResult r = taken ? member(Name{after_name - e->units_ + 1, after_name - 1, true, true}, p)
+                                    : member(std::as_const(scanned), p);
+        if (r != foundation::json::kParseOk) return r;
+        if (!at(p, ',')) {
+          skip_white_space(p);
+          if (p == end_) return foundation::json::kUnexpectedEnd;
+          if (*p == '}') break;
+          if (*p != ',') return foundation::json::kCommaOrBraceExpected;
+        }
+        ++p;
+      }
+    }
+    ++p;
+    return foundation::json::kParseOk;
+  }
+
+ public:
   // Reads the value at p for its grammar alone, building nothing.
   ParseResult skip_value(const Char*& p) {
     if (p == end_) return foundation::json::kUnexpectedEnd;
@@ -251,7 +314,7 @@ class Grammar : public NumberGrammar<Char> {
     // Compact text has none: a unit above ' ' is never white space.
     if (p != end_ && Numbers::code(*p) > ' ' && *p != '/') return;
     while (p != end_ && is_space(*p)) ++p;
-    if (comments_) skip_comments(p);
+    if (comments_) p = skip_comments(p);
   }
 
  private:
@@ -282,15 +345,37 @@ class Grammar : public NumberGrammar<Char> {
     return foundation::json::kParseOk;
   }
 
-  // The name at p when it is "e", with e spelt as it stands.
-  bool take_expected(const Char*& p, const std::string& e, Name& n) const noexcept {
-    const std::size_t length = e.size();
-    if (std::size_t(end_ - p) < length + 2 || p[0] != '"' || p[length + 1] != '"' ||
-        !std::equal(e.begin(), e.end(), p + 1, [](char c, Char u) { return Char(c) == u; }))
-      return false;
-    n = {p + 1, p + 1 + length, true, true};
-    p += length + 2;
+  // Whether the name at p is e, spelt as it stands; if so, p goes past it.
+  bool take_expected(const Char*& p, const ExpectedName& e) const noexcept {
+    const std::size_t units = e.units_;
+    if (std::size_t(end_ - p) < units || !same_units(p, e, std::size_t(end_ - p))) return false;
+    p += units;
     return true;
+  }
+
+  // Whether the text at p (room units to its end, at least e's) starts
+  // with e's units: the first block in one step where the text has room.
+  static bool same_units(const Char* p, const ExpectedName& e, std::size_t room) noexcept {
+#if defined(__SSE2__)
+    if (room >= ExpectedName::kPerBlock) {
+      const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i want = _mm_load_si128(reinterpret_cast<const __m128i*>(e.first_));
+      const unsigned equal = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(text, want)));
+      return (equal & e.first_bytes_) == e.first_bytes_ &&
+             std::equal(e.rest_.begin(), e.rest_.end(), p + ExpectedName::kPerBlock);
+    }
+#endif
+    (void)room;
+    const std::size_t first = std::min(e.units_, ExpectedName::kPerBlock);
+    return std::equal(e.first_, e.first_ + first, p) && std::equal(e.rest_.begin(), e.rest_.end(), p + first);
+  }
+
+  // The word w at p, or the failure of literal().
+  template <std::size_t N>
+  ParseResult word(const Char*& p, const Char (&w)[N]) const noexcept {
+    if (std::size_t(end_ - p) < N || std::memcmp(p, w, sizeof w) != 0) return foundation::json::kStringExpected;
+    p += N;
+    return foundation::json::kParseOk;
   }
 
   // Counts one level of array or object nesting for as long as it lives.
@@ -306,10 +391,11 @@ class Grammar : public NumberGrammar<Char> {
   };
 
   // White space and comments, apart so that the common case above inlines.
-  [[gnu::noinline]] void skip_comments(const Char*& p) const noexcept {
+  // The cursor goes and comes back by value, as in number().
+  [[gnu::noinline]] const Char* skip_comments(const Char* p) const noexcept {
     for (;;) {
       while (p != end_ && is_space(*p)) ++p;
-      if (end_ - p < 2 || p[0] != '/') return;
+      if (end_ - p < 2 || p[0] != '/') return p;
       if (p[1] == '*') {
         const Char* q = p + 2;
         while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
@@ -318,7 +404,7 @@ class Grammar : public NumberGrammar<Char> {
         const Char* nl = std::find(p + 2, end_, Char('\n'));
         p = nl != end_ ? nl + 1 : end_;
       } else {
-        return;
+        return p;
       }
     }
   }
