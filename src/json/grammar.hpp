@@ -25,6 +25,7 @@
 
 #include "foundation/json/support.hpp"
 #include "ixtal/text.hpp"
+#include "json/expected_name.hpp"
 #include "json/limits.hpp"
 #include "json/number_grammar.hpp"
 #include "json/unit_scan.hpp"
@@ -45,6 +46,8 @@ class Grammar : public NumberGrammar<Char> {
   using Scan = UnitScan<Char>;
 
  public:
+  using ExpectedName = dovra_json::detail::ExpectedName<Char>;
+
   Grammar(const Char* end, unsigned char flags) noexcept
       : Numbers(end), comments_((flags & kAllowComments) != 0) {}
 
@@ -176,31 +179,6 @@ class Grammar : public NumberGrammar<Char> {
     return members(p, [] { return static_cast<const ExpectedName*>(nullptr); }, member);
   }
 
-  // A name a handler expects: ASCII with no '"' or '\\', so that the
-  // string rule reads it as itself. Kept as the text spells it, quotes and
-  // all, in blocks of 16 bytes (zeros after the closing quote), so that
-  // most names are compared in one step.
-  class ExpectedName {
-   public:
-    explicit ExpectedName(std::string_view name) : units_(name.size() + 2) {
-      std::basic_string<Char> quoted(units_, Char('"'));
-      std::copy(name.begin(), name.end(), quoted.begin() + 1);
-      const std::size_t first = std::min(units_, kPerBlock);
-      std::copy(quoted.begin(), quoted.begin() + std::ptrdiff_t(first), first_);
-      std::fill(first_ + first, first_ + kPerBlock, Char(0));
-      first_bytes_ = first * sizeof(Char) == 16 ? 0xFFFFu : (1u << (first * sizeof(Char))) - 1;
-      rest_.assign(quoted.begin() + std::ptrdiff_t(first), quoted.end());
-    }
-
-   private:
-    friend class Grammar;
-    static constexpr std::size_t kPerBlock = 16 / sizeof(Char);
-    alignas(16) Char first_[kPerBlock];  // the first units, zeros after the last
-    unsigned first_bytes_;              // the bits of first_'s bytes that count
-    std::size_t units_;                 // with the quotes
-    std::basic_string<Char> rest_;      // the units after first_'s
-  };
-
   // The same, with expect() giving before each name the one the handler
   // expects there (an ExpectedName), or null. Spelt so in the text, it is
   // taken whole and marked expected, with no scan. Records of one layout
@@ -242,10 +220,10 @@ class Grammar : public NumberGrammar<Char> {
         // name is not taken so.
         Name scanned;  // a name not taken as expected
         const ExpectedName* const e = expect();
-        bool taken = e && take_expected(p, *e);
+        bool taken = e && e->take(p, end_);
         if (!taken) {
           skip_white_space(p);
-          taken = e && take_expected(p, *e);
+          taken = e && e->take(p, end_);
           if (!taken) {
             const Char* q = p;  // through a copy, so that the cursor stays in a register
             const ParseResult r = member_name(q, scanned);
@@ -266,7 +244,7 @@ class Grammar : public NumberGrammar<Char> {
         if (p == end_) return foundation::json::kUnexpectedEnd;
         // Two calls, so that each sees whether its name was expected
         // without a test, and an expected name is never stored.
-        const ParseResult r = taken ? member(Name{after_name - e->units_ + 1, after_name - 1, true, true}, p)
+        const ParseResult r = taken ? member(Name{after_name - e->units() + 1, after_name - 1, true, true}, p)
                                     : member(std::as_const(scanned), p);
         if (r != foundation::json::kParseOk) return r;
         if (!at(p, ',')) {
@@ -343,31 +321,6 @@ class Grammar : public NumberGrammar<Char> {
     n.last = p++;
     n.plain = !escaped && units < 0x80;
     return foundation::json::kParseOk;
-  }
-
-  // Whether the name at p is e, spelt as it stands; if so, p goes past it.
-  bool take_expected(const Char*& p, const ExpectedName& e) const noexcept {
-    const std::size_t units = e.units_;
-    if (std::size_t(end_ - p) < units || !same_units(p, e, std::size_t(end_ - p))) return false;
-    p += units;
-    return true;
-  }
-
-  // Whether the text at p (room units to its end, at least e's) starts
-  // with e's units: the first block in one step where the text has room.
-  static bool same_units(const Char* p, const ExpectedName& e, std::size_t room) noexcept {
-#if defined(__SSE2__)
-    if (room >= ExpectedName::kPerBlock) {
-      const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-      const __m128i want = _mm_load_si128(reinterpret_cast<const __m128i*>(e.first_));
-      const unsigned equal = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(text, want)));
-      return (equal & e.first_bytes_) == e.first_bytes_ &&
-             std::equal(e.rest_.begin(), e.rest_.end(), p + ExpectedName::kPerBlock);
-    }
-#endif
-    (void)room;
-    const std::size_t first = std::min(e.units_, ExpectedName::kPerBlock);
-    return std::equal(e.first_, e.first_ + first, p) && std::equal(e.rest_.begin(), e.rest_.end(), p + first);
   }
 
   // The word w at p, or the failure of literal().
