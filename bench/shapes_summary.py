@@ -38,7 +38,7 @@ THREADS_TARGET = 1.8
 # shows that the machine did not give the run two cores.
 CONTROL_MINIMUM = 1.7
 
-NAME = re.compile(r"^shapes/(?P<op>[a-z_]+)/(?P<shape>[^/]+)/(?P<impl>[^/]+)(?:/real_time)?(?:/threads:(?P<threads>\d+))?$")
+NAME = re.compile(r"^shapes/(?P<op>[a-z_]+)/(?P<shape>[^/]+)/(?P<impl>[^/]+)(?:/min_time:[0-9.]+)?(?:/real_time)?(?:/threads:(?P<threads>\d+))?$")
 
 
 # (op, shape): MB of text a case is credited with.
