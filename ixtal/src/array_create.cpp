@@ -141,7 +141,6 @@ const ixFieldNames* make_fields(const std::string* first, const std::string* las
   }
 }
 
-
 std::vector<std::size_t> sorted_field_order(const std::string* names, std::size_t n) {
   std::vector<std::size_t> order(n);
   for (std::size_t i = 0; i < n; ++i) order[i] = i;

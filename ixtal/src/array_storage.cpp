@@ -146,7 +146,6 @@ std::atomic<std::int64_t> g_unattached{0};
 // Alone on its line: read on every creation, written only by tests.
 alignas(64) std::atomic<std::int64_t> g_fail_after{-1};
 
-
 ThreadState::ThreadState() noexcept : counts(take_slot()) {
   for (FreeList& list : free) list.keep = kKeepLeast;
 }

@@ -327,9 +327,7 @@ void TextReader::new_layout(std::size_t n, std::size_t names_mark, Layout& layou
   // notation: a record on such a layout is read by its names alone.
   layout.spelt.clear();
   if (std::all_of(layout.names.begin(), layout.names.end(), [](const std::string& s) {
-        return s != keys::tnsize && s != keys::tncomplex && std::all_of(s.begin(), s.end(), [](char c) {
-                 return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
-               });
+        return s != keys::tnsize && s != keys::tncomplex && ExpectedName::spellable(s);
       }))
     for (const std::string& name : layout.names) layout.spelt.emplace_back(name);
   std::vector<std::string> sorted;

@@ -22,6 +22,13 @@ namespace dovra_json::detail {
 template <class Char>
 class ExpectedName {
  public:
+  // Whether name can be expected so.
+  static bool spellable(std::string_view name) noexcept {
+    return std::all_of(name.begin(), name.end(), [](char c) {
+      return static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+    });
+  }
+
   explicit ExpectedName(std::string_view name) : units_(name.size() + 2) {
     std::basic_string<Char> quoted(units_, Char('"'));
     std::copy(name.begin(), name.end(), quoted.begin() + 1);

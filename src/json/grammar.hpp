@@ -1,9 +1,9 @@
 #pragma once
 
 // The JSON grammar, written once: white space, the literal words, strings,
-// numbers (number_grammar.hpp), runs of plain units (unit_scan.hpp), and the
-// element and member loops. It builds nothing itself. A
-// handler chooses what each value becomes: the tree builder (parser.cpp)
+// numbers (number_grammar.hpp), runs of plain units and white space
+// (unit_scan.hpp), and the element and member loops. It builds nothing
+// itself. A handler chooses what each value becomes: the tree builder (parser.cpp)
 // makes a Value; the reader of decode/text_reader makes host arrays. Both
 // call these primitives, so each rule of the text has one place.
 //
@@ -285,14 +285,11 @@ class Grammar : public NumberGrammar<Char> {
   // The first '"' or '\\' at or after p, or end; units as UnitScan says.
   const Char* plain_run(const Char* p, int& units) const noexcept { return Scan::plain_run(p, end_, units); }
 
-  // With comments on, "/* ... */" and "// ... newline" count as white space;
-  // an unclosed one runs to the end of the text, and a '/' that starts
-  // neither is left for the caller to reject.
+  // Past white space, and comments when they are on (UnitScan::white_space).
   void skip_white_space(const Char*& p) const noexcept {
     // Compact text has none: a unit above ' ' is never white space.
     if (p != end_ && Numbers::code(*p) > ' ' && *p != '/') return;
-    while (p != end_ && is_space(*p)) ++p;
-    if (comments_) p = skip_comments(p);
+    p = Scan::white_space(p, end_, comments_);
   }
 
  private:
@@ -342,27 +339,6 @@ class Grammar : public NumberGrammar<Char> {
    private:
     std::size_t& depth_;
   };
-
-  // White space and comments, apart so that the common case above inlines.
-  // The cursor goes and comes back by value, as in number().
-  [[gnu::noinline]] const Char* skip_comments(const Char* p) const noexcept {
-    for (;;) {
-      while (p != end_ && is_space(*p)) ++p;
-      if (end_ - p < 2 || p[0] != '/') return p;
-      if (p[1] == '*') {
-        const Char* q = p + 2;
-        while (end_ - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
-        p = end_ - q >= 2 ? q + 2 : end_;
-      } else if (p[1] == '/') {
-        const Char* nl = std::find(p + 2, end_, Char('\n'));
-        p = nl != end_ ? nl + 1 : end_;
-      } else {
-        return p;
-      }
-    }
-  }
-
-  static bool is_space(Char c) noexcept { return fl::i18n::lcctype::isspace_ascii(Numbers::code(c)); }
 
   // p is on a backslash, and stays there unless the whole escape is read.
   template <class Sink>

@@ -1,9 +1,11 @@
 #pragma once
 
 // Scans over runs of text units that the grammar's string rule and its
-// handlers share: where a string's plain run stops, and the hex digits of
-// an escape. Over UTF-8 bytes or the host's UTF-16 units alike.
+// handlers share: where a string's plain run stops, the hex digits of an
+// escape, and white space. Over UTF-8 bytes or the host's UTF-16 units
+// alike.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -11,6 +13,8 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+
+#include "ixtal/text.hpp"
 
 namespace dovra_json::detail {
 
@@ -78,6 +82,36 @@ struct UnitScan {
   // Whether any unit of the word is zero (exact: a borrow only starts at a
   // unit that is zero).
   static bool has_zero_unit(std::uint64_t x) noexcept { return ((x - kLowBits) & ~x & kHighBits) != 0; }
+
+  static bool is_space(Char c) noexcept { return fl::i18n::lcctype::isspace_ascii(code(c)); }
+
+  // Past the white space at p. With comments on, "/* ... */" and
+  // "// ... newline" count as white space; an unclosed one runs to the end
+  // of the text, and a '/' that starts neither is left for the caller to
+  // reject.
+  static const Char* white_space(const Char* p, const Char* end, bool comments) noexcept {
+    while (p != end && is_space(*p)) ++p;
+    return comments ? comments_and_space(p, end) : p;
+  }
+
+ private:
+  // Apart, so that the common case inlines.
+  [[gnu::noinline]] static const Char* comments_and_space(const Char* p, const Char* end) noexcept {
+    for (;;) {
+      while (p != end && is_space(*p)) ++p;
+      if (end - p < 2 || p[0] != '/') return p;
+      if (p[1] == '*') {
+        const Char* q = p + 2;
+        while (end - q >= 2 && !(q[0] == '*' && q[1] == '/')) ++q;
+        p = end - q >= 2 ? q + 2 : end;
+      } else if (p[1] == '/') {
+        const Char* nl = std::find(p + 2, end, Char('\n'));
+        p = nl != end ? nl + 1 : end;
+      } else {
+        return p;
+      }
+    }
+  }
 };
 
 }  // namespace dovra_json::detail
