@@ -1,7 +1,8 @@
 // Numbers as JSON text: every double and float written as std::to_chars
 // writes its shortest text, by each of the runtime's writers (a value
 // alone, an element of a compact array, the elements of a numeric array
-// straight into UTF-16), and read back to the same value.
+// straight into UTF-16), and read back to the same value; and decimal texts
+// of every length and scale read as the general conversion reads them.
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 
 #include "foundation/json/serializer.hpp"
 #include "foundation/json/text_output.hpp"
+#include "foundation/json/support.hpp"
 #include "json/parser.hpp"
 
 namespace {
@@ -220,6 +222,53 @@ TEST(JsonNumbers, FloatsReadBackAsDoublesThatNarrowToThem) {
     const std::string text = compact(f);
     const double back = dovra_json::parse(text).as_double();
     ASSERT_TRUE(std::fabs(back) <= FLT_MAX && float(back) == f) << text << " for " << f;
+  }
+}
+
+// Decimal texts as people and other writers make them, not only shortest
+// ones: integer parts of 0 to 20 digits, fractions of 0 to 34, now and
+// then an exponent. Each is read alone (the careful reading, near the end
+// of the text) and as an element of a long list in UTF-8 and UTF-16 (the
+// quick lane), and must give the general conversion's double bit for bit,
+// whichever rounding step the reader took.
+TEST(JsonNumbers, DecimalTextsReadAsTheGeneralConversion) {
+  std::mt19937_64 rng(13);
+  const auto digits = [&](std::size_t n) {
+    std::string d;
+    for (std::size_t i = 0; i < n; ++i) d += char('0' + rng() % 10);
+    return d;
+  };
+  std::vector<std::string> texts;
+  for (int i = 0; i < 60000; ++i) {
+    const std::size_t whole = rng() % 4 ? 1 + rng() % 4 : rng() % 21, fraction = rng() % 3 ? rng() % 20 : rng() % 35;
+    std::string t = rng() % 2 ? "-" : "";
+    std::string w = digits(whole);
+    if (w.empty() || w[0] == '0') w = whole > 1 && rng() % 2 ? "1" + w.substr(1) : "0";
+    t += w;
+    if (fraction != 0) t += "." + digits(fraction);
+    if (rng() % 8 == 0) t += (rng() % 2 ? "e" : "E") + std::to_string(int(rng() % 700) - 350);
+    texts.push_back(t);
+  }
+  const auto general = [](const std::string& t) {
+    return std::bit_cast<std::uint64_t>(fj::detail::string_to_double(t.data(), t.data() + t.size()));
+  };
+  std::string list = "[";
+  for (const std::string& t : texts) {
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(dovra_json::parse(t).as_double()), general(t)) << t;
+    list += t + ",";
+  }
+  list += "0]";
+  const std::u16string units(list.begin(), list.end());
+  for (const Value& read : {dovra_json::parse(list), [&] {
+         const char16_t* cur = units.data();
+         Value v;
+         EXPECT_EQ(dovra_json::parse_value(cur, units.data() + units.size(), 0, v), fj::kParseOk);
+         return v;
+       }()}) {
+    const Array& a = read.as_array();
+    ASSERT_EQ(a.size(), texts.size() + 1);
+    for (std::size_t i = 0; i < texts.size(); ++i)
+      ASSERT_EQ(std::bit_cast<std::uint64_t>(a[i].as_double()), general(texts[i])) << texts[i];
   }
 }
 

@@ -33,44 +33,50 @@ inline constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000
                                                  10000000000000, 100000000000000, 1000000000000000,
                                                  10000000000000000};
 
+// A double, or that one rounding step could not decide it. Returned in
+// registers: a result through a reference kept every number's double in
+// memory, in the callers' loops too.
+struct Decided {
+  double value;
+  bool decided;
+};
+
+Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept;
+
 // The correctly rounded double of (-1)^negative * m * 10^power, when one
 // rounding step gets it; false otherwise. count is the number of digits
 // taken into m (m is meaningless beyond 19).
-bool wide_decimal(std::uint64_t m, long long power, bool negative, double& out) noexcept;
-
 inline bool exact_decimal(std::uint64_t m, long long count, long long power, bool negative, double& out) noexcept {
   if (count > 19) return false;
-  // m and 10^power both exact in a double: one correctly rounded operation.
-  // Written here, in the parser's loop, for the common short numbers.
-  static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                       1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-  if (m <= (std::uint64_t(1) << 53) && power >= -22 && power <= 22) [[likely]] {
+  // A whole number up to 2^53 is its own double. Every other number takes
+  // the 128-bit step of wide_decimal, short fractions too: a branch on
+  // whether m fits 53 bits, which the 16- and 17-digit fractions of real
+  // data take at random, cost more than the division it saved.
+  if (power == 0 && m <= (std::uint64_t(1) << 53)) [[likely]] {
     const double x = static_cast<double>(static_cast<std::int64_t>(m));  // a signed conversion is one instruction
-    const double v = power == 0 ? x : power < 0 ? x / kPowers[-power] : x * kPowers[power];
     // The sign set as a bit: half of real data is negative, and a branch on
     // it is mispredicted as often.
-    out = std::bit_cast<double>(std::bit_cast<std::uint64_t>(v) | std::uint64_t(negative) << 63);
+    out = std::bit_cast<double>(std::bit_cast<std::uint64_t>(x) | std::uint64_t(negative) << 63);
     return true;
   }
-  return wide_decimal(m, power, negative, out);
+  const Decided d = wide_decimal(m, power, negative);
+  out = d.value;
+  return d.decided;
 }
 
 // The rest of exact_decimal, apart so that its quick part inlines.
-[[gnu::noinline]] inline bool wide_decimal(std::uint64_t m, long long power, bool negative, double& out) noexcept {
-  if (m == 0) {
-    out = negative ? -0.0 : 0.0;
-    return true;
-  }
+[[gnu::noinline]] inline Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept {
+  if (m == 0) return {negative ? -0.0 : 0.0, true};
   // Beyond that, the product is found in 128 bits from a table of powers of
   // five (the Eisel-Lemire step, from fast_float's header), correctly
   // rounded wherever it can tell; where it cannot (a negative power of two)
-  // the general conversion decides. Shortest texts of doubles mostly carry
-  // 17 digits, so this is the common case of real data.
+  // the general conversion decides.
   const fast_float::adjusted_mantissa am =
       fast_float::compute_float<fast_float::binary_format<double>>(std::int64_t(power), m);
-  if (am.power2 < 0) return false;
+  if (am.power2 < 0) return {0, false};
+  double out;
   fast_float::to_float(negative, am, out);
-  return true;
+  return {out, true};
 }
 
 }  // namespace dovra_json::detail
