@@ -47,18 +47,23 @@ Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept;
 // rounding step gets it; false otherwise. count is the number of digits
 // taken into m (m is meaningless beyond 19).
 inline bool exact_decimal(std::uint64_t m, long long count, long long power, bool negative, double& out) noexcept {
-  if (count > 19) return false;
-  // A whole number up to 2^53 is its own double. Every other number takes
-  // the 128-bit step of wide_decimal, short fractions too: a branch on
-  // whether m fits 53 bits, which the 16- and 17-digit fractions of real
-  // data take at random, cost more than the division it saved.
-  if (power == 0 && m <= (std::uint64_t(1) << 53)) [[likely]] {
+  // Fifteen digits or fewer and a power of ten within 22: m and 10^power
+  // are both exact in a double, one correctly rounded operation. The test
+  // is on the count of digits, not on m: the 16- and 17-digit fractions of
+  // real data fit 53 bits or not at random, and a branch on that went
+  // either way; on the count they all take the 128-bit step, and short
+  // numbers all take this one.
+  static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                       1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  if (count <= 15 && power >= -22 && power <= 22) [[likely]] {
     const double x = static_cast<double>(static_cast<std::int64_t>(m));  // a signed conversion is one instruction
+    const double v = power == 0 ? x : power < 0 ? x / kPowers[-power] : x * kPowers[power];
     // The sign set as a bit: half of real data is negative, and a branch on
     // it is mispredicted as often.
-    out = std::bit_cast<double>(std::bit_cast<std::uint64_t>(x) | std::uint64_t(negative) << 63);
+    out = std::bit_cast<double>(std::bit_cast<std::uint64_t>(v) | std::uint64_t(negative) << 63);
     return true;
   }
+  if (count > 19) return false;
   const Decided d = wide_decimal(m, power, negative);
   out = d.value;
   return d.decided;
