@@ -41,7 +41,20 @@ struct Decided {
   bool decided;
 };
 
-Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept;
+// The rest of exact_decimal below, apart so that its quick part inlines.
+[[gnu::noinline]] inline Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept {
+  if (m == 0) return {negative ? -0.0 : 0.0, true};
+  // Beyond that, the product is found in 128 bits from a table of powers of
+  // five (the Eisel-Lemire step, from fast_float's header), correctly
+  // rounded wherever it can tell; where it cannot (a negative power of two)
+  // the general conversion decides.
+  const fast_float::adjusted_mantissa am =
+      fast_float::compute_float<fast_float::binary_format<double>>(std::int64_t(power), m);
+  if (am.power2 < 0) return {0, false};
+  double out;
+  fast_float::to_float(negative, am, out);
+  return {out, true};
+}
 
 // The correctly rounded double of (-1)^negative * m * 10^power, when one
 // rounding step gets it; false otherwise. count is the number of digits
@@ -67,21 +80,6 @@ inline bool exact_decimal(std::uint64_t m, long long count, long long power, boo
   const Decided d = wide_decimal(m, power, negative);
   out = d.value;
   return d.decided;
-}
-
-// The rest of exact_decimal, apart so that its quick part inlines.
-[[gnu::noinline]] inline Decided wide_decimal(std::uint64_t m, long long power, bool negative) noexcept {
-  if (m == 0) return {negative ? -0.0 : 0.0, true};
-  // Beyond that, the product is found in 128 bits from a table of powers of
-  // five (the Eisel-Lemire step, from fast_float's header), correctly
-  // rounded wherever it can tell; where it cannot (a negative power of two)
-  // the general conversion decides.
-  const fast_float::adjusted_mantissa am =
-      fast_float::compute_float<fast_float::binary_format<double>>(std::int64_t(power), m);
-  if (am.power2 < 0) return {0, false};
-  double out;
-  fast_float::to_float(negative, am, out);
-  return {out, true};
 }
 
 }  // namespace dovra_json::detail

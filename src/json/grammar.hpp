@@ -3,9 +3,10 @@
 // The JSON grammar, written once: white space, the literal words, strings,
 // numbers (number_grammar.hpp), runs of plain units and white space
 // (unit_scan.hpp), and the element and member loops. It builds nothing
-// itself. A handler chooses what each value becomes: the tree builder (parser.cpp)
-// makes a Value; the reader of decode/text_reader makes host arrays. Both
-// call these primitives, so each rule of the text has one place.
+// itself. A handler chooses what each value becomes: the tree builder
+// (parser.cpp) makes a Value; the reader of decode/text_reader makes host
+// arrays. Both call these primitives, so each rule of the text has one
+// place.
 //
 // Char is char for UTF-8 text, or char16_t for the host's UTF-16 text read
 // as it stands. Over UTF-16 only ASCII units are grammar; others can only be
